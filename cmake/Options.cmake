@@ -1,0 +1,45 @@
+# Compiler settings that every target of the project shares, and the function that makes a folder a target.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+# Results must not depend on the compiler fusing operations, so contraction is off everywhere.
+add_compile_options(-O3 -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+                    -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-fno-math-errno -fno-trapping-math)
+endif()
+
+if(ZUC_SANITIZE STREQUAL "address" OR ZUC_SANITIZE STREQUAL "fuzzer")
+  set(sanitizers -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(ZUC_SANITIZE STREQUAL "thread")
+  set(sanitizers -fsanitize=thread -fno-omit-frame-pointer)
+elseif(NOT ZUC_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "ZUC_SANITIZE is '${ZUC_SANITIZE}'; allowed are empty, address, thread and fuzzer")
+endif()
+if(ZUC_SANITIZE STREQUAL "fuzzer")
+  list(APPEND sanitizers -fsanitize=fuzzer-no-link)
+endif()
+add_compile_options(${sanitizers})
+add_link_options(${sanitizers})
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+# zuc_folder(NAME dependencies...): the sources below this folder as one static library. Dependencies
+# that no header needs are linked by the caller as PRIVATE.
+function(zuc_folder name)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  add_library(${name} STATIC ${sources})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_link_libraries(${name} PUBLIC ${ARGN})
+endfunction()

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <limits>
+#include <new>
+
+#include "kracore/Export.h"
+
+namespace kracore::utility {
+
+/// Process-wide pool for the many short blocks of names, labels and messages.
+/// Thread-safe; may lock and allocate, so it is never used on an audio thread. [any, may block]
+class ZUC_API SmallBlockAllocator {
+public:
+    /// At least `bytes` bytes, aligned for every fundamental type. Throws std::bad_alloc.
+    static void* Allocate(std::size_t bytes);
+    /// Gives back a block of Allocate; `bytes` must be the size that was asked for.
+    static void Free(void* block, std::size_t bytes) noexcept;
+
+    /// Standard allocator over the pool; all instances are equal.
+    template <class T>
+    class STLAllocator {
+    public:
+        using value_type = T;
+
+        STLAllocator() noexcept = default;
+        template <class U>
+        STLAllocator(const STLAllocator<U>&) noexcept {}  // NOLINT(google-explicit-constructor)
+
+        T* allocate(std::size_t count) {
+            if (count > std::numeric_limits<std::size_t>::max() / sizeof(T))
+                throw std::bad_array_new_length();
+            return static_cast<T*>(Allocate(count * sizeof(T)));
+        }
+        void deallocate(T* block, std::size_t count) noexcept { Free(block, count * sizeof(T)); }
+
+        template <class U>
+        bool operator==(const STLAllocator<U>&) const noexcept {
+            return true;
+        }
+    };
+};
+
+}  // namespace kracore::utility
