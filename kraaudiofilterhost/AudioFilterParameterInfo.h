@@ -37,17 +37,19 @@ enum class AudioFilterParameterRole {
 class ZUC_API AudioFilterParameterInfo : public virtual kracore::utility::RefCountedObject {
 public:
     /// `name` and `label` (the unit as shown, may be empty) are localized texts.
-    AudioFilterParameterInfo(const WStr& name, const WStr& label, AudioFilterParameterInfoUnit unit);
+    AudioFilterParameterInfo(const WStr& name,
+                             const WStr& label,
+                             AudioFilterParameterInfoUnit unit);
 
     // Operations of the contract, in its order.
-    ~AudioFilterParameterInfo() override;                          // 0
-    virtual float ToNormalized(float value) const;                 // 1
-    virtual float FromNormalized(float normalized) const;          // 2
-    virtual bool CanRamp() const;                                  // 3: true unless stepped
-    virtual bool CanBeAutomated() const;                           // 4: true
-    virtual bool SupportsStringForArbitraryValues() const;         // 5: true
-    virtual WStr GetParameterString(float normalized) const;       // 6: two decimals at most
-    virtual int GetStepCount() const;                              // 7: 0 = continuous; booleans 2
+    ~AudioFilterParameterInfo() override;                     // 0
+    virtual float ToNormalized(float value) const;            // 1
+    virtual float FromNormalized(float normalized) const;     // 2
+    virtual bool CanRamp() const;                             // 3: true unless stepped
+    virtual bool CanBeAutomated() const;                      // 4: true
+    virtual bool SupportsStringForArbitraryValues() const;    // 5: true
+    virtual WStr GetParameterString(float normalized) const;  // 6: two decimals at most
+    virtual int GetStepCount() const;                         // 7: 0 = continuous; booleans 2
 
     const WStr& GetName() const { return name_; }
     void SetName(const WStr& name) { name_ = name; }

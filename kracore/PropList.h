@@ -40,9 +40,9 @@ public:
                                  std::unique_ptr<PropList>>;
 
     template <class T>
-        requires(!std::is_same_v<std::remove_cvref_t<T>, Value> &&
-                 !std::is_same_v<std::remove_cvref_t<T>, PropList>)
-    Value(T&& value)  // NOLINT(google-explicit-constructor): a value is what it holds
+    requires(!std::is_same_v<std::remove_cvref_t<T>, Value> &&
+             !std::is_same_v<std::remove_cvref_t<T>, PropList>)
+        Value(T&& value)  // NOLINT(google-explicit-constructor): a value is what it holds
         : variant_(std::forward<T>(value)) {}
     Value(PropList list);  // NOLINT(google-explicit-constructor)
     Value(const Value& other);
@@ -103,9 +103,9 @@ ZUC_API bool ReadRatio64(const PropList& list, std::string_view key, Ratio64& ra
 
 /// What a reader accepts; texts beyond it are refused whole.
 struct ReadLimits {
-    std::size_t bytes = 64u << 20;     // of the text
-    std::size_t depth = 64;            // nested lists
-    std::size_t entries = 1'000'000;   // values in all lists together, vector elements included
+    std::size_t bytes = 64u << 20;    // of the text
+    std::size_t depth = 64;           // nested lists
+    std::size_t entries = 1'000'000;  // values in all lists together, vector elements included
 };
 
 /// Thrown for a text that is no property list; says where and what was expected.

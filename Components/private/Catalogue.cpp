@@ -1,0 +1,26 @@
+#include "Components/Catalogue.h"
+
+#include <array>
+
+#include "Components/Amplify.h"
+
+namespace zuc::components {
+namespace {
+
+template <class Effect>
+kraaudiofilterhost::AudioFilterPtr Create() {
+    return new Effect;
+}
+
+// clang-format off
+constexpr std::array kCatalogue{
+    //             identifier           title key                                   category              creator
+    CatalogueEntry{kAmplifyComponentID, "$$$/AudioComponents/AmplifyTitle=Amplify", Category::kAmplitude, Create<Amplify>},
+};
+// clang-format on
+
+}  // namespace
+
+std::span<const CatalogueEntry> GetCatalogue() { return kCatalogue; }
+
+}  // namespace zuc::components

@@ -1,0 +1,40 @@
+#include "Components/Library.h"
+
+#include "Components/Catalogue.h"
+#include "kraaudiofilterhost/FilterCatalogue.h"
+
+namespace zuc {
+namespace {
+
+int initializations = 0;
+
+WStr& TempDir() {
+    static WStr path;
+    return path;
+}
+
+}  // namespace
+
+void Initialize() {
+    if (initializations > 0) {
+        ++initializations;
+        return;
+    }
+    kraaudiofilterhost::Initialize();
+    for (const auto& entry : components::GetCatalogue())
+        kraaudiofilterhost::utility::RegisterAudioFilter(WStr(entry.identifier), entry.create);
+    ++initializations;
+}
+
+void Terminate() {
+    if (--initializations != 0) return;
+    for (const auto& entry : components::GetCatalogue())
+        kraaudiofilterhost::utility::UnregisterAudioFilter(WStr(entry.identifier));
+    kraaudiofilterhost::Terminate();
+}
+
+WStr GetTempDir() { return TempDir(); }
+
+void SetupTempDir(const WStr& path) { TempDir() = path; }
+
+}  // namespace zuc

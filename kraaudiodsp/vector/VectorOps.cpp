@@ -1,0 +1,125 @@
+#include "kraaudiodsp/vector/VectorOps.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kraaudiodsp/vector/VectorOps.cpp"
+#include "hwy/foreach_target.h"
+// Must follow foreach_target.h.
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace dsp::vector::HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+using FloatTag = hn::ScalableTag<float>;
+using BitsTag = hn::RebindToUnsigned<FloatTag>;
+
+/// Lanes of `d` from `first` on, as floats: first, first + 1, ...
+HWY_INLINE hn::Vec<FloatTag> Ramp(FloatTag d, std::size_t first) {
+    return hn::Add(hn::Set(d, static_cast<float>(first)), hn::Iota(d, 0.0f));
+}
+
+/// All ones in the exponent: infinite or not a number.
+HWY_INLINE hn::Mask<BitsTag> IsNonFinite(hn::Vec<BitsTag> bits) {
+    const BitsTag d;
+    const auto exponent = hn::Set(d, 0x7F800000u);
+    return hn::Eq(hn::And(bits, exponent), exponent);
+}
+
+void Multiply(float* out, const float* in, float gain, std::size_t count) {
+    const FloatTag d;
+    const std::size_t lanes = hn::Lanes(d);
+    const auto factor = hn::Set(d, gain);
+    std::size_t i = 0;
+    for (; i + 2 * lanes <= count; i += 2 * lanes) {
+        const auto a = hn::Mul(hn::LoadU(d, in + i), factor);
+        const auto b = hn::Mul(hn::LoadU(d, in + i + lanes), factor);
+        hn::StoreU(a, d, out + i);
+        hn::StoreU(b, d, out + i + lanes);
+    }
+    for (; i < count; ++i) out[i] = in[i] * gain;
+}
+
+void MultiplyRamp(
+    float* out, const float* in, float start, float step, std::size_t first, std::size_t count) {
+    const FloatTag d;
+    const std::size_t lanes = hn::Lanes(d);
+    const auto begin = hn::Set(d, start);
+    const auto slope = hn::Set(d, step);
+    std::size_t i = 0;
+    for (; i + lanes <= count; i += lanes) {
+        // Multiplied and added apart, as the scalar rest does, so that lanes agree with it.
+        const auto gain = hn::Add(begin, hn::Mul(slope, Ramp(d, first + i)));
+        hn::StoreU(hn::Mul(hn::LoadU(d, in + i), gain), d, out + i);
+    }
+    for (; i < count; ++i) out[i] = in[i] * (start + step * static_cast<float>(first + i));
+}
+
+bool IsNonFinite(float value) {
+    std::uint32_t bits;
+    hwy::CopyBytes<sizeof(bits)>(&value, &bits);
+    return (bits & 0x7F800000u) == 0x7F800000u;
+}
+
+std::size_t CountNonFinite(const float* in, std::size_t count) {
+    const FloatTag d;
+    const BitsTag bits;
+    const std::size_t lanes = hn::Lanes(d);
+    std::size_t found = 0;
+    std::size_t i = 0;
+    const auto load = [&](std::size_t at) { return hn::BitCast(bits, hn::LoadU(d, in + at)); };
+    // Nearly every block is clean, so four vectors are looked at with one branch.
+    for (; i + 4 * lanes <= count; i += 4 * lanes) {
+        const auto a = hn::Or(IsNonFinite(load(i)), IsNonFinite(load(i + lanes)));
+        const auto b = hn::Or(IsNonFinite(load(i + 2 * lanes)), IsNonFinite(load(i + 3 * lanes)));
+        if (hn::AllFalse(bits, hn::Or(a, b))) continue;
+        for (std::size_t k = 0; k < 4 * lanes; k += lanes)
+            found += hn::CountTrue(bits, IsNonFinite(load(i + k)));
+    }
+    for (; i < count; ++i) found += IsNonFinite(in[i]) ? 1u : 0u;
+    return found;
+}
+
+std::size_t CopyFinite(float* out, const float* in, std::size_t count) {
+    std::size_t replaced = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const float value = in[i];
+        const bool bad = IsNonFinite(value);
+        out[i] = bad ? 0.0f : value;
+        replaced += bad ? 1u : 0u;
+    }
+    return replaced;
+}
+
+}  // namespace
+}  // namespace dsp::vector::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace dsp::vector {
+
+HWY_EXPORT(Multiply);
+HWY_EXPORT(MultiplyRamp);
+HWY_EXPORT(CountNonFinite);
+HWY_EXPORT(CopyFinite);
+
+void Multiply(float* out, const float* in, float gain, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(Multiply)(out, in, gain, count);
+}
+
+void MultiplyRamp(
+    float* out, const float* in, float start, float step, std::size_t first, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(MultiplyRamp)(out, in, start, step, first, count);
+}
+
+std::size_t CountNonFinite(const float* in, std::size_t count) {
+    return HWY_DYNAMIC_DISPATCH(CountNonFinite)(in, count);
+}
+
+std::size_t CopyFinite(float* out, const float* in, std::size_t count) {
+    return HWY_DYNAMIC_DISPATCH(CopyFinite)(out, in, count);
+}
+
+}  // namespace dsp::vector
+#endif
