@@ -22,7 +22,7 @@ constexpr std::string_view kGainKey = "$$$/Effects/Amplify/Gain=Gain";
 constexpr std::array kHead{
     //           index                  name key                                             unit  kind           lo hi                         initial auto   role
     ParameterRow{Amplify::kChannelCount, "$$$/Effects/Amplify/ChannelCount=Channel Count",   "",   Kind::kLinear, 0, Amplify::kMaxChannelCount, 2,      false, Role::kFollowsLayout, {}, {}, {}, 1, 6},
-    ParameterRow{Amplify::kLinkSliders,  "$$$/Effects/Amplify/LinkSliders=Link Sliders",     "",   Kind::kLinear, 0, 1,                         1,      false, Role::kSwitch,        {}, {}, {}, 1, 6},
+    ParameterRow{Amplify::kLinkSliders,  "$$$/Effects/Amplify/LinkSliders=Link Sliders",     "",   Kind::kLinear, 0, 1,                         1,      false, Role::kLink,          {}, {}, {}, 1, 6},
 };
 constexpr ParameterRow kGain{Amplify::kFirstGain, kGainKey,                                  "dB", Kind::kLinear, -96, 48,                    0};
 // clang-format on

@@ -1,0 +1,131 @@
+#include "host/ConformanceRig.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <numbers>
+#include <random>
+
+#include <fmt/format.h>
+
+#include "kramediatypes/AudioChannels.h"
+
+namespace zuc::host::conformance {
+
+using kraaudiofilterhost::AudioFilterParameterRole;
+
+namespace {
+
+constexpr float kLevel = 0.25f;
+
+}  // namespace
+
+Signal MakeSilence(std::size_t channels, std::size_t frames) {
+    return Signal(channels, std::vector<float>(frames, 0.0f));
+}
+
+Signal MakeNoise(std::size_t channels, std::size_t frames, std::uint64_t seed) {
+    std::mt19937_64 random(seed);
+    Signal noise = MakeSilence(channels, frames);
+    for (auto& channel : noise)
+        for (float& sample : channel)
+            sample = kLevel * (static_cast<float>(random() >> 40) / 8388608.0f - 1.0f);
+    return noise;
+}
+
+Signal MakeSine(std::size_t channels, std::size_t frames, double frequencyHz, double rateHz) {
+    Signal sine = MakeSilence(channels, frames);
+    for (auto& channel : sine)
+        for (std::size_t i = 0; i < frames; ++i)
+            channel[i] = kLevel * static_cast<float>(std::sin(2.0 * std::numbers::pi * frequencyHz *
+                                                              static_cast<double>(i) / rateHz));
+    return sine;
+}
+
+Signal MakeImpulse(std::size_t channels, std::size_t frames) {
+    Signal impulse = MakeSilence(channels, frames);
+    for (auto& channel : impulse) channel[0] = 1.0f;
+    return impulse;
+}
+
+bool IsFinite(const Signal& signal) {
+    return std::all_of(signal.begin(), signal.end(), [](const auto& channel) {
+        return std::all_of(channel.begin(), channel.end(),
+                           [](float x) { return std::isfinite(x); });
+    });
+}
+
+float GetPeak(const Signal& signal, std::size_t firstFrame) {
+    float peak = 0.0f;
+    for (const auto& channel : signal)
+        for (std::size_t i = firstFrame; i < channel.size(); ++i)
+            peak = std::max(peak, std::fabs(channel[i]));
+    return peak;
+}
+
+std::string DescribeDifference(const Signal& got, const Signal& expected) {
+    for (std::size_t c = 0; c < expected.size(); ++c)
+        for (std::size_t i = 0; i < expected[c].size(); ++i)
+            if (std::bit_cast<std::uint32_t>(got[c][i]) !=
+                std::bit_cast<std::uint32_t>(expected[c][i]))
+                return fmt::format("channel {}, frame {}: {} instead of {}", c, i, got[c][i],
+                                   expected[c][i]);
+    return {};
+}
+
+Rig::Rig(const components::CatalogueEntry& effect, const Setup& setup, const RealTimeProbe& probe)
+    : filter_(effect.create()), probe_(probe) {
+    filter_->SetSampleRate(setup.rateHz);
+    filter_->SetBlockSize(setup.blockFrames);
+    const auto layout = kramediatypes::LayoutForChannelCount(setup.channels);
+    filter_->RequestIOConfiguration({layout}, {layout});
+    Resume();
+}
+
+void Rig::Resume() {
+    if (probe_.IsActive()) probe_.enter();
+    filter_->Resume();
+    if (probe_.IsActive()) probe_.leave();
+}
+
+Signal Rig::Render(const Signal& input, int blockFrames, bool inPlace) {
+    const std::size_t frames = input.front().size();
+    Signal source = MakeSilence(GetInputChannels(), frames);
+    for (std::size_t c = 0; c < source.size(); ++c) source[c] = input[c % input.size()];
+    Signal target = MakeSilence(GetOutputChannels(), frames);
+    std::vector<float*> in(source.size());
+    std::vector<float*> out(target.size());
+    kraaudiofilterhost::Flags flags;
+    for (std::size_t done = 0; done < frames; done += static_cast<std::size_t>(blockFrames)) {
+        const int count = static_cast<int>(std::min<std::size_t>(blockFrames, frames - done));
+        for (std::size_t c = 0; c < in.size(); ++c) in[c] = source[c].data() + done;
+        for (std::size_t c = 0; c < out.size(); ++c)
+            out[c] = (inPlace && c < source.size() ? source[c] : target[c]).data() + done;
+        if (probe_.IsActive()) probe_.enter();
+        filter_->Process(in.data(), out.data(), count, {}, flags);
+        if (probe_.IsActive()) probe_.leave();
+    }
+    if (inPlace)
+        for (std::size_t c = 0; c < std::min(source.size(), target.size()); ++c)
+            target[c] = source[c];
+    return target;
+}
+
+std::vector<int> Rig::GetSoundParameters() const {
+    std::vector<int> indices;
+    for (int i = 0; i < filter_->GetParameterCount(); ++i) {
+        const auto info = filter_->GetParameterInfo(i);
+        if (info && (info->GetRole() == AudioFilterParameterRole::kControl ||
+                     info->GetRole() == AudioFilterParameterRole::kSwitch))
+            indices.push_back(i);
+    }
+    return indices;
+}
+
+void Rig::Randomize(std::uint64_t seed) {
+    std::mt19937_64 random(seed);
+    for (const int index : GetSoundParameters())
+        filter_->SetParameterAutomated(index, static_cast<float>(random() >> 40) / 16777216.0f);
+}
+
+}  // namespace zuc::host::conformance

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Components/Catalogue.h"
+#include "host/Conformance.h"
+#include "kraaudiofilterhost/AudioFilter.h"
+
+namespace zuc::host::conformance {
+
+/// channels x frames
+using Signal = std::vector<std::vector<float>>;
+
+/// White noise at a quarter of full scale, the same for the same seed.
+Signal MakeNoise(std::size_t channels, std::size_t frames, std::uint64_t seed);
+/// A sine at a quarter of full scale in every channel.
+Signal MakeSine(std::size_t channels, std::size_t frames, double frequencyHz, double rateHz);
+Signal MakeSilence(std::size_t channels, std::size_t frames);
+/// 1 in frame 0 of every channel, else silence.
+Signal MakeImpulse(std::size_t channels, std::size_t frames);
+
+bool IsFinite(const Signal& signal);
+float GetPeak(const Signal& signal, std::size_t firstFrame = 0);
+/// "channel 1, frame 37: 0.5 instead of 0.25", or empty when both are the same bit for bit.
+std::string DescribeDifference(const Signal& got, const Signal& expected);
+
+/// One effect as a host holds it: created, prepared, resumed, and fed from signals.
+class Rig {
+public:
+    struct Setup {
+        float rateHz = 48000.0f;
+        std::size_t channels = 2;
+        int blockFrames = 2048;  // announced; renders may use any other length
+    };
+
+    Rig(const components::CatalogueEntry& effect,
+        const Setup& setup,
+        const RealTimeProbe& probe = {});
+
+    kraaudiofilterhost::AudioFilter& Filter() { return *filter_; }
+    /// Channels that Process reads: the main bus, and side chains, fed like the main channels in turn.
+    std::size_t GetInputChannels() const { return filter_->GetNumberOfInputChannels(); }
+    std::size_t GetOutputChannels() const { return filter_->GetNumberOfOutputChannels(); }
+
+    void Resume();
+    /// Processes the signal in blocks; the last one may be shorter. `in place` hands over the same
+    /// buffers for input and output where both have them.
+    Signal Render(const Signal& input, int blockFrames, bool inPlace = false);
+
+    /// Parameters that shape the sound: their indices.
+    std::vector<int> GetSoundParameters() const;
+    /// Moves every parameter that shapes the sound to a value drawn from `seed`.
+    void Randomize(std::uint64_t seed);
+
+private:
+    kraaudiofilterhost::AudioFilterPtr filter_;
+    RealTimeProbe probe_;
+};
+
+}  // namespace zuc::host::conformance
