@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <source_location>
 #include <string_view>
 
 #include "kracore/Export.h"
@@ -26,12 +25,13 @@ ZUC_API AssertionHandler SetAssertionHandler(AssertionHandler handler);
 ZUC_API void BreakAfterAssertDialog(const AssertionFailure& failure);
 
 /// Reports `condition` with the caller's file and line when `holds` is false; returns `holds`, so
-/// that the caller can leave early. Used at preparation, never per sample. [any, may block]
+/// that the caller can leave early; `file` and `line` are left to their defaults. Used at preparation, never per sample. [any, may block]
 inline bool Assert(bool holds,
                    std::string_view condition,
                    std::string_view message = {},
-                   std::source_location place = std::source_location::current()) {
-    if (!holds) BreakAfterAssertDialog({condition, message, place.file_name(), place.line()});
+                   const char* file = __builtin_FILE(),
+                   unsigned line = __builtin_LINE()) {
+    if (!holds) BreakAfterAssertDialog({condition, message, file, line});
     return holds;
 }
 

@@ -16,7 +16,8 @@ namespace kracore::utility {
 /// minimum wins when it is larger. Rounds half away from zero on the exact binary value, drops
 /// trailing zeros down to the minimum, and never writes "-0". Not-a-number gives "nan", infinities
 /// "inf" and "-inf". A text longer than `maximumLength` characters is given in scientific form
-/// instead ("1.5e+300"). No flags are defined yet.
+/// instead ("1.5e+300"), its digits behind the point by the same rules but no more than fit; one
+/// digit and the exponent always stand. No flags are defined yet.
 ZUC_API WStr NumberToString(double value,
                             std::size_t minimumDecimals,
                             std::size_t maximumDecimals,
@@ -24,7 +25,8 @@ ZUC_API WStr NumberToString(double value,
                             std::size_t maximumLength = 31);
 
 /// Reads a decimal number ("-12.5", "+3", "1e3", surrounded by blanks) in every locale alike.
-/// Nothing when the text holds anything else, hexadecimal, or a value that is not finite. [any]
+/// Rounds to the nearest double, so that a number too small for one gives zero. Nothing when the text
+/// holds anything else, hexadecimal, or a value that is not finite. [any, may block]
 ZUC_API std::optional<double> StringToNumber(std::u16string_view text);
 ZUC_API std::optional<double> StringToNumber(std::string_view text);
 

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -39,15 +40,19 @@ public:
                                  std::vector<float>,
                                  std::unique_ptr<PropList>>;
 
+    // clang-format off
     template <class T>
-    requires(!std::is_same_v<std::remove_cvref_t<T>, Value> &&
-             !std::is_same_v<std::remove_cvref_t<T>, PropList>)
-        Value(T&& value)  // NOLINT(google-explicit-constructor): a value is what it holds
-        : variant_(std::forward<T>(value)) {}
+        requires(!std::is_same_v<std::remove_cvref_t<T>, Value> &&
+                 !std::is_same_v<std::remove_cvref_t<T>, PropList> &&
+                 std::is_constructible_v<Variant, T>)
+    // NOLINTNEXTLINE(google-explicit-constructor,bugprone-forwarding-reference-overload)
+    Value(T&& value) : variant_(std::forward<T>(value)) {}
+    // clang-format on
     Value(PropList list);  // NOLINT(google-explicit-constructor)
     Value(const Value& other);
     Value(Value&&) noexcept = default;
     Value& operator=(const Value& other);
+    // NOLINTNEXTLINE(bugprone-exception-escape): every alternative moves without one
     Value& operator=(Value&&) noexcept = default;
     ~Value();
 
@@ -81,7 +86,8 @@ public:
     /// The child list under `key`, else null.
     const PropList* FindList(std::string_view key) const;
 
-    /// Sets or replaces; a replaced value keeps its place in the order.
+    /// Sets or replaces; a replaced value keeps its place in the order. Throws std::invalid_argument
+    /// for a key that is not UTF-8.
     void Set(std::string_view key, Value value);
     void Remove(std::string_view key);
     void Clear() { entries_.clear(); }
@@ -89,6 +95,8 @@ public:
     bool operator==(const PropList&) const = default;
 
 private:
+    friend class Reader;  // appends without searching: it knows the keys it has read
+
     std::vector<Entry> entries_;
 };
 
@@ -104,8 +112,8 @@ ZUC_API bool ReadRatio64(const PropList& list, std::string_view key, Ratio64& ra
 /// What a reader accepts; texts beyond it are refused whole.
 struct ReadLimits {
     std::size_t bytes = 64u << 20;    // of the text
-    std::size_t depth = 64;           // nested lists
-    std::size_t entries = 1'000'000;  // values in all lists together, vector elements included
+    std::size_t depth = 64;           // lists within lists, the outermost included
+    std::size_t entries = 1'000'000;  // values in all lists together, array elements included
 };
 
 /// Thrown for a text that is no property list; says where and what was expected.
@@ -115,13 +123,22 @@ public:
     ~ParseError() override;
 };
 
-/// JSON text that reads back equal, bit for bit and in the same order. Booleans, whole numbers,
-/// doubles, strings and child lists are plain JSON; the other types, and doubles and strings that
-/// plain JSON cannot carry (not-a-number with its payload, infinities, unpaired surrogates), are
-/// objects with one key: {"$float": …}, {"$ratio": "n/d"}, {"$bytes": base64}, {"$floats": […]},
-/// {"$double": hex bits}, {"$utf16": […]}. A key that begins with "$" is written with one more. [host]
+/// JSON text that reads back equal, bit for bit and in the same order. [host]
+///
+/// Booleans, whole numbers, doubles, texts and child lists are plain JSON; a double shows a point or
+/// an exponent. The other types, and what plain JSON cannot carry, are objects with one key:
+///
+///     {"$float": 0.1}        a float; eight hexadecimal digits of its bits when it is not finite
+///     {"$double": "7ff0…"}   a double that is not finite: sixteen hexadecimal digits of its bits
+///     {"$ratio": "1/44100"}  numerator and denominator as they are
+///     {"$bytes": "AAEC"}     base64
+///     {"$floats": [0, 0.1]}  elements as of $float
+///     {"$utf16": [55296]}    code units of a text with unpaired surrogates
+///
+/// A key that begins with "$" is written with one more.
 ZUC_API std::string ToJson(const PropList& list);
-/// The reverse. Throws ParseError for anything else, a repeated key, or a text beyond the limits. [host]
+/// The reverse. Throws ParseError for anything else (null, an array elsewhere, a whole number beyond
+/// 64 bits), a repeated key, or a text beyond the limits, which hold while reading. [host]
 ZUC_API PropList FromJson(std::string_view json, const ReadLimits& limits = {});
 
 }  // namespace kracore::proplist

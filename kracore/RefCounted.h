@@ -7,6 +7,7 @@
 namespace kracore::utility {
 
 /// What boost::intrusive_ptr needs of an object. Nobody deletes such an object directly.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release deletes
 class ZUC_API RefCountedInterface {
 public:
     virtual void AddRef() const noexcept = 0;   // [any]
@@ -20,6 +21,7 @@ protected:
 };
 
 /// The count itself. Derived classes take it as a virtual base. A copy starts with no references.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release deletes
 class ZUC_API RefCountedObject : public RefCountedInterface {
 public:
     void AddRef() const noexcept final;
@@ -27,7 +29,7 @@ public:
 
 protected:
     RefCountedObject() = default;
-    RefCountedObject(const RefCountedObject&) noexcept : RefCountedInterface() {}
+    RefCountedObject(const RefCountedObject& other) noexcept : RefCountedInterface(other) {}
     RefCountedObject& operator=(const RefCountedObject&) noexcept { return *this; }
     ~RefCountedObject() override;
 

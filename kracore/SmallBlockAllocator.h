@@ -27,12 +27,14 @@ public:
         template <class U>
         STLAllocator(const STLAllocator<U>&) noexcept {}  // NOLINT(google-explicit-constructor)
 
+        // NOLINTBEGIN(readability-identifier-naming): the names of the standard
         T* allocate(std::size_t count) {
             if (count > std::numeric_limits<std::size_t>::max() / sizeof(T))
                 throw std::bad_array_new_length();
             return static_cast<T*>(Allocate(count * sizeof(T)));
         }
         void deallocate(T* block, std::size_t count) noexcept { Free(block, count * sizeof(T)); }
+        // NOLINTEND(readability-identifier-naming)
 
         template <class U>
         bool operator==(const STLAllocator<U>&) const noexcept {
