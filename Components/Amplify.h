@@ -48,7 +48,8 @@ protected:
 private:
     /// What the audio thread works from; a pure function of the parameter values.
     struct Settings {
-        std::array<float, kMaxChannelCount> gain;  // linear
+        std::array<float, kMaxChannelCount> gainDb{};
+        std::array<float, kMaxChannelCount> gain{};  // linear
     };
     Settings DeriveSettings() const;
     void SetupParameterInfos();
@@ -63,7 +64,7 @@ private:
     int rampFrames_ = 1;    // of the next ramp; follows the sample rate
     int rampLength_ = 0;    // frames of the present ramp
     int rampPosition_ = 0;  // frames of it done
-    Settings target_{};
+    Settings target_;
     std::array<float, kMaxChannelCount> rampStart_{};  // linear
     std::array<float, kMaxChannelCount> rampStep_{};   // linear, per frame
 };

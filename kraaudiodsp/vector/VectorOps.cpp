@@ -13,18 +13,10 @@ namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
 using FloatTag = hn::ScalableTag<float>;
-using BitsTag = hn::RebindToUnsigned<FloatTag>;
 
 /// Lanes of `d` from `first` on, as floats: first, first + 1, ...
 HWY_INLINE hn::Vec<FloatTag> Ramp(FloatTag d, std::size_t first) {
     return hn::Add(hn::Set(d, static_cast<float>(first)), hn::Iota(d, 0.0f));
-}
-
-/// All ones in the exponent: infinite or not a number.
-HWY_INLINE hn::Mask<BitsTag> IsNonFinite(hn::Vec<BitsTag> bits) {
-    const BitsTag d;
-    const auto exponent = hn::Set(d, 0x7F800000u);
-    return hn::Eq(hn::And(bits, exponent), exponent);
 }
 
 void Multiply(float* out, const float* in, float gain, std::size_t count) {
@@ -56,28 +48,40 @@ void MultiplyRamp(
     for (; i < count; ++i) out[i] = in[i] * (start + step * static_cast<float>(first + i));
 }
 
+/// All ones in the exponent: infinite or not a number.
 bool IsNonFinite(float value) {
     std::uint32_t bits;
     hwy::CopyBytes<sizeof(bits)>(&value, &bits);
     return (bits & 0x7F800000u) == 0x7F800000u;
 }
 
-std::size_t CountNonFinite(const float* in, std::size_t count) {
+/// Zero times a number is zero, zero times anything else is not a number and stays so in a sum: one
+/// operation a vector tells whether a whole array is finite.
+bool IsFinite(const float* in, std::size_t count) {
     const FloatTag d;
-    const BitsTag bits;
     const std::size_t lanes = hn::Lanes(d);
-    std::size_t found = 0;
+    const auto zero = hn::Zero(d);
+    auto a = zero;
+    auto b = zero;
+    auto c = zero;
+    auto e = zero;
     std::size_t i = 0;
-    const auto load = [&](std::size_t at) { return hn::BitCast(bits, hn::LoadU(d, in + at)); };
-    // Nearly every block is clean, so four vectors are looked at with one branch.
     for (; i + 4 * lanes <= count; i += 4 * lanes) {
-        const auto a = hn::Or(IsNonFinite(load(i)), IsNonFinite(load(i + lanes)));
-        const auto b = hn::Or(IsNonFinite(load(i + 2 * lanes)), IsNonFinite(load(i + 3 * lanes)));
-        if (hn::AllFalse(bits, hn::Or(a, b))) continue;
-        for (std::size_t k = 0; k < 4 * lanes; k += lanes)
-            found += hn::CountTrue(bits, IsNonFinite(load(i + k)));
+        a = hn::MulAdd(hn::LoadU(d, in + i), zero, a);
+        b = hn::MulAdd(hn::LoadU(d, in + i + lanes), zero, b);
+        c = hn::MulAdd(hn::LoadU(d, in + i + 2 * lanes), zero, c);
+        e = hn::MulAdd(hn::LoadU(d, in + i + 3 * lanes), zero, e);
     }
-    for (; i < count; ++i) found += IsNonFinite(in[i]) ? 1u : 0u;
+    const auto sum = hn::Add(hn::Add(a, b), hn::Add(c, e));
+    bool finite = hn::AllTrue(d, hn::Eq(sum, sum));
+    for (; i < count; ++i) finite = finite && !IsNonFinite(in[i]);
+    return finite;
+}
+
+std::size_t CountNonFinite(const float* in, std::size_t count) {
+    if (IsFinite(in, count)) return 0;
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < count; ++i) found += IsNonFinite(in[i]) ? 1u : 0u;
     return found;
 }
 

@@ -140,9 +140,14 @@ void Amplify::EndEditing(int index) {
 }
 
 Amplify::Settings Amplify::DeriveSettings() const {
-    Settings settings{};
-    for (int c = 0; c < kMaxChannelCount; ++c)
-        settings.gain[static_cast<std::size_t>(c)] = dsp::DbToGain(Value(kFirstGain + c));
+    Settings settings;
+    for (std::size_t c = 0; c < kMaxChannelCount; ++c) {
+        const float gainDb = Value(kFirstGain + static_cast<int>(c));
+        // Most gains stand still while one moves, and a power costs as much as ramping twenty frames.
+        const bool isKnown = gainDb == target_.gainDb[c] && target_.gain[c] != 0.0f;
+        settings.gainDb[c] = gainDb;
+        settings.gain[c] = isKnown ? target_.gain[c] : dsp::DbToGain(gainDb);
+    }
     return settings;
 }
 
