@@ -80,6 +80,18 @@ protected:
             done += count;
         }
     }
+    /// The same for one channel apart from the others, for effects with one kernel a channel. Different
+    /// channels may run on different threads at once. `body` gets (const float* in, float* out, frames).
+    template <class Body>
+    void ProcessChannelGuarded(
+        std::size_t channel, const float* in, float* out, int frames, Body&& body) {
+        const kracore::utility::FlushToZeroScope flushToZero;
+        for (int done = 0; done < frames;) {
+            const int count = std::min(frames - done, kMaxPieceFrames);
+            body(CleanPiece(channel, in + done, count), out + done, count);
+            done += count;
+        }
+    }
     /// Sizes what ProcessGuarded works on; called after the base's own bus changes, and by effects
     /// that add buses. [host]
     void PrepareGuard();
@@ -90,6 +102,7 @@ private:
         float* const* out;
     };
     GuardedPiece GuardPiece(float** in, float** out, int firstFrame, int frames);
+    const float* CleanPiece(std::size_t channel, const float* in, int frames);
 
     ParameterInfos parameterInfos_;
     int maxChannels_;

@@ -1,6 +1,7 @@
 #include "Components/Library.h"
 
 #include "Components/Catalogue.h"
+#include "Components/EffectThreadPool.h"
 #include "kraaudiofilterhost/FilterCatalogue.h"
 
 namespace zuc {
@@ -23,11 +24,13 @@ void Initialize() {
     kraaudiofilterhost::Initialize();
     for (const auto& entry : components::GetCatalogue())
         kraaudiofilterhost::utility::RegisterAudioFilter(WStr(entry.identifier), entry.create);
+    components::EffectThreadPool::Create();
     ++initializations;
 }
 
 void Terminate() {
     if (--initializations != 0) return;
+    components::EffectThreadPool::Destroy();
     for (const auto& entry : components::GetCatalogue())
         kraaudiofilterhost::utility::UnregisterAudioFilter(WStr(entry.identifier));
     kraaudiofilterhost::Terminate();

@@ -112,21 +112,24 @@ void MultiChannelComponentBase::PrepareGuard() {
     cleaned_.resize(guardedIn_.size() * kMaxPieceFrames);
 }
 
+const float* MultiChannelComponentBase::CleanPiece(std::size_t channel,
+                                                   const float* in,
+                                                   int frames) {
+    const auto count = static_cast<std::size_t>(frames);
+    const std::size_t bad = dsp::vector::CountNonFinite(in, count);
+    if (bad == 0) return in;
+    CountNonFiniteSamples(bad);
+    float* const clean = cleaned_.data() + channel * kMaxPieceFrames;
+    dsp::vector::CopyFinite(clean, in, count);
+    return clean;
+}
+
 MultiChannelComponentBase::GuardedPiece MultiChannelComponentBase::GuardPiece(float** in,
                                                                               float** out,
                                                                               int firstFrame,
                                                                               int frames) {
-    const auto count = static_cast<std::size_t>(frames);
-    for (std::size_t c = 0; c < guardedIn_.size(); ++c) {
-        const float* source = in[c] + firstFrame;
-        if (const std::size_t bad = dsp::vector::CountNonFinite(source, count); bad != 0) {
-            CountNonFiniteSamples(bad);
-            float* clean = cleaned_.data() + c * kMaxPieceFrames;
-            dsp::vector::CopyFinite(clean, source, count);
-            source = clean;
-        }
-        guardedIn_[c] = source;
-    }
+    for (std::size_t c = 0; c < guardedIn_.size(); ++c)
+        guardedIn_[c] = CleanPiece(c, in[c] + firstFrame, frames);
     for (std::size_t c = 0; c < guardedOut_.size(); ++c) guardedOut_[c] = out[c] + firstFrame;
     return {guardedIn_.data(), guardedOut_.data()};
 }

@@ -1,0 +1,208 @@
+#include "Components/EffectThreadPool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Components/Library.h"
+#include "kracore/Debug.h"
+#include "kracore/DebugMonitor.h"
+#include "kracore/Gate.h"
+#include "kracore/WStr.h"
+
+namespace zuc::components {
+namespace {
+
+using kracore::threads::Gate;
+using std::chrono::milliseconds;
+
+class Counter final : public SchedulableEffect {
+public:
+    explicit Counter(std::function<void()> work = {}) : work_(std::move(work)) {}
+    ~Counter() override { calls = -1000000; }
+    void ScheduledFunction() override {
+        if (work_) work_();
+        ++calls;
+    }
+    std::atomic<int> calls{0};
+
+private:
+    std::function<void()> work_;
+};
+
+bool Eventually(const std::function<bool()>& holds) {
+    for (int i = 0; i < 5000; ++i) {
+        if (holds()) return true;
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    return false;
+}
+
+std::string Monitor(const char16_t* channel) {
+    return kracore::utility::ToUtf8(kracore::debug::ReadDebugMonitor(channel));
+}
+
+class EffectThreadPoolTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Initialize();
+        previous_ = kracore::debug::SetAssertionHandler(
+            [this](const auto& failure) { assertions_.emplace_back(failure.message); });
+    }
+    void TearDown() override {
+        Terminate();
+        kracore::debug::SetAssertionHandler(previous_);
+    }
+    std::string Pool() const { return Monitor(u"zuc.components.EffectThreadPool"); }
+
+    std::vector<std::string> assertions_;
+    kracore::debug::AssertionHandler previous_;
+};
+
+TEST_F(EffectThreadPoolTest, KeepsOneWorkerForEachStartedGroupOf24) {
+    std::vector<std::unique_ptr<Counter>> effects;
+    const auto threads = [&](const char* count) {
+        return Eventually(
+            [&] { return Pool().starts_with(std::string("Thread Count: ") + count + "\n"); });
+    };
+    EXPECT_TRUE(Pool().starts_with("Thread Count: 0\n"));
+    for (int i = 1; i <= 49; ++i) {
+        effects.push_back(std::make_unique<Counter>());
+        EffectThreadPool::SubscribeEffect(effects.back().get());
+        if (i == 1 || i == 24) {
+            EXPECT_TRUE(threads("1")) << i;
+        }
+        if (i == 25 || i == 48) {
+            EXPECT_TRUE(threads("2")) << i;
+        }
+    }
+    EXPECT_TRUE(threads("3"));
+    EXPECT_NE(Pool().find("Subscribed Effects: 49\n"), std::string::npos);
+    while (!effects.empty()) {
+        EffectThreadPool::UnsubscribeEffect(effects.back().get());
+        effects.pop_back();
+        if (effects.size() == 48) {
+            EXPECT_TRUE(threads("2"));
+        }
+        if (effects.size() == 24) {
+            EXPECT_TRUE(threads("1"));
+        }
+    }
+    EXPECT_TRUE(threads("0"));
+    EXPECT_EQ(Monitor(u"zuc.components.EffectThreadQueue").find("Terminated: False\n") ==
+                  std::string::npos,
+              false);
+    EXPECT_TRUE(assertions_.empty());
+}
+
+TEST_F(EffectThreadPoolTest, RunsWhatIsScheduledAndSkipsWhatUnsubscribed) {
+    Gate entered;
+    Gate release;
+    Counter blocker([&] {
+        entered.Open();
+        release.Wait();
+    });
+    Counter waiting;
+    EffectThreadPool::SubscribeEffect(&blocker);
+    EffectThreadPool::SubscribeEffect(&waiting);
+    EffectThreadPool::ScheduleEffect(&waiting);
+    ASSERT_TRUE(Eventually([&] { return waiting.calls == 1; }));
+
+    EffectThreadPool::ScheduleEffect(&blocker);
+    entered.Wait();
+    EffectThreadPool::ScheduleEffect(&waiting);  // stays queued: the one worker is busy
+    std::thread unsubscriber([&] { EffectThreadPool::UnsubscribeEffect(&waiting); });
+    std::this_thread::sleep_for(milliseconds(20));
+    release.Open();
+    unsubscriber.join();
+    EffectThreadPool::UnsubscribeEffect(&blocker);
+    EXPECT_EQ(blocker.calls, 1);
+    EXPECT_LE(waiting.calls, 2) << "at most once more, before the unsubscription got its turn";
+    EXPECT_TRUE(assertions_.empty());
+}
+
+TEST_F(EffectThreadPoolTest, AStaleEntryIsSkippedUntilItsEffectSubscribesAgain) {
+    Counter keeper;  // keeps the worker alive
+    EffectThreadPool::SubscribeEffect(&keeper);
+    Counter effect;
+    EffectThreadPool::SubscribeEffect(&effect);
+    EffectThreadPool::UnsubscribeEffect(&effect);
+    EffectThreadPool::ScheduleEffect(&effect);
+    EffectThreadPool::ScheduleEffect(&keeper);
+    ASSERT_TRUE(Eventually([&] { return keeper.calls == 1; }));
+    EffectThreadPool::SubscribeEffect(&effect);
+    EffectThreadPool::ScheduleEffect(&effect);
+    EXPECT_TRUE(Eventually([&] { return effect.calls >= 1; }));
+    EffectThreadPool::UnsubscribeEffect(&effect);
+    EffectThreadPool::UnsubscribeEffect(&keeper);
+}
+
+TEST_F(EffectThreadPoolTest, ReportsAnEntryThatStaysInFlight) {
+    // Several workers take turns at many entries, until one has taken `victim` and waits for its turn while
+    // another runs `holder`, whose function keeps the turn and unsubscribes victim.
+    Counter victim;
+    Counter holder([&] { EffectThreadPool::UnsubscribeEffect(&victim); });
+    std::vector<std::unique_ptr<Counter>> crowd;
+    for (int i = 0; i < 95; ++i) crowd.push_back(std::make_unique<Counter>());
+    for (auto& effect : crowd) EffectThreadPool::SubscribeEffect(effect.get());
+    EffectThreadPool::SubscribeEffect(&holder);
+    for (int round = 0; round < 2000 && assertions_.empty(); ++round) {
+        EffectThreadPool::SubscribeEffect(&victim);
+        const int before = holder.calls;
+        for (int i = 0; i < 20; ++i) EffectThreadPool::ScheduleEffect(&victim);
+        EffectThreadPool::ScheduleEffect(&holder);
+        for (int i = 0; i < 20; ++i) EffectThreadPool::ScheduleEffect(&victim);
+        if (!Eventually([&] { return holder.calls > before; })) break;
+    }
+    EffectThreadPool::UnsubscribeEffect(&holder);
+    for (auto& effect : crowd) EffectThreadPool::UnsubscribeEffect(effect.get());
+    ASSERT_FALSE(assertions_.empty());
+    EXPECT_EQ(assertions_.front(),
+              "Unsubscribing from Effect Thread Pool while scheduled function is still dangling.");
+}
+
+TEST_F(EffectThreadPoolTest, SurvivesAStorm) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 2000;
+    std::atomic<long> inside{0};
+    std::atomic<bool> overlapped{false};
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (int i = 0; i < kRounds; ++i) {
+                auto effect = std::make_unique<Counter>([&] {
+                    if (inside.fetch_add(1) != 0) overlapped = true;
+                    inside.fetch_sub(1);
+                });
+                EffectThreadPool::SubscribeEffect(effect.get());
+                for (int k = 0; k < i % 4; ++k) EffectThreadPool::ScheduleEffect(effect.get());
+                EffectThreadPool::UnsubscribeEffect(effect.get());
+                EXPECT_GE(effect->calls, 0);
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_FALSE(overlapped) << "scheduled functions exclude each other";
+    EXPECT_NE(Pool().find("Subscribed Effects: 0\n"), std::string::npos);
+}
+
+TEST(EffectThreadPool, DoesNothingWithoutTheLibrary) {
+    Counter effect;
+    EffectThreadPool::SubscribeEffect(&effect);
+    EffectThreadPool::ScheduleEffect(&effect);
+    EffectThreadPool::UnsubscribeEffect(&effect);
+    PostToEffectThreadQueue([] { ADD_FAILURE() << "there is no queue"; });
+    EXPECT_EQ(effect.calls, 0);
+    EXPECT_TRUE(Monitor(u"zuc.components.EffectThreadPool").empty());
+}
+
+}  // namespace
+}  // namespace zuc::components
