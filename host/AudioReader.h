@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/AudioMetadata.h"
+#include "host/SampleConversion.h"
 
 struct sf_private_tag;  // a file of libsndfile
 
@@ -65,18 +66,21 @@ public:
 private:
     AudioReader() = default;
     void Identify(int format);
-    int ReadInterleaved(int frames);
+    bool ReadBlock();
 
     SoundFilePtr file_;
     AudioFileInfo info_;
     AudioMetadata metadata_;
     bool isTruncated_ = false;
-    bool isRaw_ = false;           // the samples are taken from the file and converted here
-    std::int64_t framesRead_ = 0;  // position, in frames
-    const int* channelOrder_ =
-        nullptr;                      // file channel of each channel; null when they are the same
-    std::vector<std::byte> encoded_;  // one block as it stands in the file
-    std::vector<float> interleaved_;  // the same block, full scale +-1
+    bool isRaw_ = false;  // the samples are taken from the file as they are and converted here,
+    Encoding rawEncoding_ = Encoding::kInt16;  // from this encoding
+    const int* channelOrder_ = nullptr;  // place of each channel in a frame; null: as they are
+    std::int64_t framesRead_ = 0;        // position of the caller
+    std::vector<std::byte> encoded_;     // one block as it stands in the file
+    std::vector<float> interleaved_;     // the same, full scale +-1
+    int blockFrames_ = 0;                // of a full block
+    int blockBegin_ = 0;                 // first frame of the block not yet given out
+    int blockEnd_ = 0;                   // behind the last one
 };
 
 }  // namespace zuc::host

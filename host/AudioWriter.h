@@ -46,9 +46,6 @@ struct Overs {
     float GetGainToAvoidDb() const;
 };
 
-class OutputFile;
-class SampleSink;
-
 /// Writes one audio file so that it appears whole or not at all (see OutputFile).
 ///
 /// WAV files are written here, with sizes beyond 4 GB as RF64 and with sizes left open on a stream;
@@ -80,11 +77,13 @@ public:
     const std::vector<std::string>& GetLostMetadata() const { return lostMetadata_; }
 
 private:
+    struct State;
+    void CountOvers(const float* const* in, int frames);
+
     AudioFileInfo info_;
     Overs overs_;
     std::vector<std::string> lostMetadata_;
-    std::unique_ptr<OutputFile> output_;
-    std::unique_ptr<SampleSink> sink_;
+    std::unique_ptr<State> state_;
 };
 
 /// Names of the formats that can be written, as shown in errors: "wav, flac, ...". [any]

@@ -71,13 +71,14 @@ private:
     void OpenTemporary(const std::string& path);
     void Flush();
     void CopyToStream();
-    [[noreturn]] void Fail(int error) const;
+    [[noreturn]] void Fail(int error);
 
     std::string path_;       // as the user wrote it
     std::string target_;     // with symbolic links followed; empty when written directly
     std::string temporary_;  // empty when there is none on the disk
     FileDescriptor fd_;      // what is written to
     FileDescriptor stream_;  // where CopyToStream goes
+    int failed_ = 0;         // the first error; nothing is committed after one
     bool isSeekable_ = false;
     std::int64_t base_ = 0;  // where the file starts on the descriptor
     std::int64_t size_ = 0;

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/AudioMetadata.h"
+#include "host/FileFormats.h"
+#include "host/SampleConversion.h"
+
+namespace zuc::host {
+
+class OutputFile;
+
+/// How AudioWriter stores interleaved samples: one implementation per library that writes.
+class SampleSink {
+public:
+    /// What a sink is made for.
+    struct Setup {
+        const FormatRow* row = nullptr;
+        Encoding encoding = Encoding::kInt16;  // of formats that keep samples
+        int rateHz = 0;
+        int channels = 0;
+        double quality = -1.0;     // of lossy formats; negative: the encoder's own choice
+        Dither* dither = nullptr;  // null: none
+    };
+
+    /// What `lost` receives is told in WriteMetadata. Throws Error(kOutput). [host]
+    static std::unique_ptr<SampleSink> Make(const Setup& setup,
+                                            OutputFile& output,
+                                            const AudioMetadata& metadata,
+                                            std::vector<std::string>& lost);
+    virtual ~SampleSink() = default;
+    SampleSink(const SampleSink&) = delete;
+    SampleSink& operator=(const SampleSink&) = delete;
+
+    /// At most kMostSamples / channels frames; `interleaved` is scratch afterwards. [worker]
+    virtual void Write(float* interleaved, int frames) = 0;
+    /// Completes the file after `frames` frames in all. [worker]
+    virtual void Finish(std::int64_t frames) = 0;
+
+    /// Small enough for the caches, and for encoders that keep a block on the stack.
+    static constexpr int kMostSamples = 4096;
+
+protected:
+    SampleSink() = default;
+};
+
+int GetBits(Encoding encoding);  // [any]
+
+}  // namespace zuc::host
