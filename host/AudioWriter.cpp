@@ -96,14 +96,11 @@ struct AudioWriter::State {
     explicit State(const AudioWriterOptions& options, const FormatRow& row)
         : dither(options.seed),
           output(options.path,
-                 row.streams ? OutputFile::Access::kSequential : OutputFile::Access::kRandom),
-          order(GetOggChannelOrder(row.soundFileFormat, options.channels)) {}
+                 row.streams ? OutputFile::Access::kSequential : OutputFile::Access::kRandom) {}
 
     Dither dither;
     OutputFile output;
-    const int* order;  // place of each channel in a frame of the file; null when as given
     std::unique_ptr<SampleSink> sink;  // writes to the two above
-    std::array<float, SampleSink::kMostSamples> interleaved{};
 };
 
 AudioWriter::AudioWriter(const AudioWriterOptions& options, const AudioMetadata& metadata) {
@@ -126,7 +123,12 @@ AudioWriter::AudioWriter(const AudioWriterOptions& options, const AudioMetadata&
     info_.isFloat = isFloat;
 
     state_ = std::make_unique<State>(options, row);
-    SampleSink::Setup setup{&row, encoding, options.rateHz, options.channels, options.quality};
+    SampleSink::Setup setup{&row,
+                            encoding,
+                            options.rateHz,
+                            options.channels,
+                            options.quality,
+                            GetOggChannelOrder(row.soundFileFormat, options.channels)};
     if (options.dither && !options.exact && bits > 0 && bits <= 16) setup.dither = &state_->dither;
     state_->sink = SampleSink::Make(setup, state_->output, metadata, lostMetadata_);
 }
@@ -137,11 +139,8 @@ void AudioWriter::Write(const float* const* in, int frames) {
     const int channels = info_.channels;
     CountOvers(in, frames);
     const int mostFrames = SampleSink::kMostSamples / channels;
-    for (int first = 0; first < frames; first += mostFrames) {
-        const int count = std::min(mostFrames, frames - first);
-        Interleave(in, first, state_->interleaved.data(), channels, count, state_->order);
-        state_->sink->Write(state_->interleaved.data(), count);
-    }
+    for (int first = 0; first < frames; first += mostFrames)
+        state_->sink->Write(in, first, std::min(mostFrames, frames - first));
     info_.frames += frames;
 }
 

@@ -118,41 +118,52 @@ void Dither::Step(Lanes& state) {
     }
 }
 
-void Dither::AddTo(float* values, std::size_t count) {
+void Dither::Fill(float* noise, std::size_t count) {
     std::size_t i = 0;
-    while (i < count && used_ < kLanes) values[i++] += Triangular(state_[used_++]);
+    while (i < count && used_ < kLanes) noise[i++] = Triangular(state_[used_++]);
     Lanes state = state_;
     for (; i + kLanes <= count; i += kLanes) {
         Step(state);
-        for (std::size_t lane = 0; lane < kLanes; ++lane)
-            values[i + lane] += Triangular(state[lane]);
+        for (std::size_t lane = 0; lane < kLanes; ++lane) noise[i + lane] = Triangular(state[lane]);
     }
     state_ = state;
     if (i == count) return;
     Step(state_);
-    for (used_ = 0; i < count;) values[i++] += Triangular(state_[used_++]);
+    for (used_ = 0; i < count;) noise[i++] = Triangular(state_[used_++]);
 }
 
-void Quantise(float* samples, std::int32_t* out, std::size_t count, int bits, Dither* dither) {
+namespace {
+
+/// `value` cut off to [low, high] and rounded to the nearest, halves away from 0.
+std::int32_t Round(float value, float low, float high) {
+    value = value > low ? value : low;
+    value = value < high ? value : high;
+    return static_cast<std::int32_t>(value + std::copysign(0.5f, value));
+}
+
+float ZeroIfNan(float value) { return value == value ? value : 0.0f; }
+
+}  // namespace
+
+void Quantise(
+    const float* samples, const float* noise, std::int32_t* out, std::size_t count, int bits) {
     if (bits > 24) {  // a float holds neither end of this range
         for (std::size_t i = 0; i < count; ++i) {
-            const double value = std::isnan(samples[i]) ? 0.0 : samples[i] * 0x1p31;
+            const double value = static_cast<double>(ZeroIfNan(samples[i])) * 0x1p31;
             out[i] =
                 static_cast<std::int32_t>(std::lrint(std::clamp(value, -0x1p31, 0x1p31 - 1.0)));
         }
         return;
     }
     const auto scale = static_cast<float>(1 << (bits - 1));
-    for (std::size_t i = 0; i < count; ++i)
-        samples[i] = samples[i] == samples[i] ? samples[i] * scale : 0.0f;
-    if (dither) dither->AddTo(samples, count);
     const float low = -scale;
     const float high = scale - 1.0f;
-    for (std::size_t i = 0; i < count; ++i) {
-        float value = samples[i] < low ? low : samples[i];
-        value = value > high ? high : value;
-        out[i] = static_cast<std::int32_t>(value + (value < 0.0f ? -0.5f : 0.5f));
-    }
+    if (noise != nullptr)
+        for (std::size_t i = 0; i < count; ++i)
+            out[i] = Round(ZeroIfNan(samples[i]) * scale + noise[i], low, high);
+    else
+        for (std::size_t i = 0; i < count; ++i)
+            out[i] = Round(ZeroIfNan(samples[i]) * scale, low, high);
 }
 
 void Pack(Encoding encoding, const std::int32_t* in, std::byte* out, std::size_t count) {
@@ -177,13 +188,23 @@ void Pack(Encoding encoding, const std::int32_t* in, std::byte* out, std::size_t
 }
 
 float PeakOf(const float* samples, std::size_t count) {
-    // Magnitudes compare like their bits, and integers have a maximum the compiler can vectorise.
-    std::int32_t largest = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::int32_t magnitude = std::bit_cast<std::int32_t>(samples[i]) & 0x7FFFFFFF;
-        largest = magnitude > largest ? magnitude : largest;
+    // Magnitudes compare like their bits, and of integers the compiler makes maxima side by side; the
+    // quarters keep one comparison from waiting for the one before.
+    const auto magnitude = [samples](std::size_t i) {
+        std::uint32_t bits = 0;
+        std::memcpy(&bits, samples + i, sizeof bits);
+        return static_cast<std::int32_t>(bits & 0x7FFFFFFF);
+    };
+    std::int32_t a = 0, b = 0, c = 0, d = 0;
+    const std::size_t quarter = count / 4;
+    for (std::size_t i = 0; i < quarter; ++i) {
+        a = std::max(a, magnitude(i));
+        b = std::max(b, magnitude(i + quarter));
+        c = std::max(c, magnitude(i + 2 * quarter));
+        d = std::max(d, magnitude(i + 3 * quarter));
     }
-    return std::bit_cast<float>(largest);
+    for (std::size_t i = 4 * quarter; i < count; ++i) a = std::max(a, magnitude(i));
+    return std::bit_cast<float>(std::max({a, b, c, d}));
 }
 
 }  // namespace zuc::host

@@ -25,13 +25,13 @@ void Interleave(
 /// Triangular noise of 2 LSB peak to peak, white, and new for every sample. The sequence depends on
 /// the seed alone, not on the counts in which it is fetched.
 ///
-/// The sum of two uniform variables, the halves of one 32-bit number; eight xorshift generators
+/// The difference of two uniform variables, the halves of one 32-bit number; eight xorshift generators
 /// (Marsaglia, "Xorshift RNGs", 2003) take turns so that the compiler can run them side by side.
 class Dither {
 public:
     explicit Dither(std::uint64_t seed);
-    /// Adds noise, in units of `values`, to each of them. [worker]
-    void AddTo(float* values, std::size_t count);
+    /// The next `count` values, in LSB. [worker]
+    void Fill(float* noise, std::size_t count);
 
 private:
     static constexpr std::size_t kLanes = 8;
@@ -43,14 +43,15 @@ private:
 };
 
 /// Turns samples at full scale +-1 into integers of `bits` bits: nearest value, cut off at the ends of
-/// the range, not-a-number as 0. `samples` is scratch afterwards. `dither` may be null. Up to 24 bits
-/// the result is exact for every sample that is a multiple of 2^-(bits-1). [worker]
-void Quantise(float* samples, std::int32_t* out, std::size_t count, int bits, Dither* dither);
+/// the range, not-a-number as 0. `noise` is added in LSB before rounding, up to 24 bits; null: none. Up
+/// to 24 bits the result is exact for every sample that is a multiple of 2^-(bits-1). [worker]
+void Quantise(
+    const float* samples, const float* noise, std::int32_t* out, std::size_t count, int bits);
 
 /// Stores integers in the file's bytes; not for kFloat32. [worker]
 void Pack(Encoding encoding, const std::int32_t* in, std::byte* out, std::size_t count);
 
-/// Largest |x|; beyond every number when one is infinite or not-a-number. [worker]
+/// Largest |x|; not finite when one sample is not. [worker]
 float PeakOf(const float* samples, std::size_t count);
 
 }  // namespace zuc::host

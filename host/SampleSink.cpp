@@ -19,19 +19,22 @@ namespace {
 class WavSink final : public SampleSink {
 public:
     WavSink(const Setup& setup, OutputFile& output, const AudioMetadata& metadata)
-        : setup_(setup),
+        : SampleSink(setup),
           output_(output),
           header_(setup.encoding, setup.rateHz, setup.channels, metadata, !output.IsSeekable()) {
         output_.Append(header_.GetBytes().data(), header_.GetBytes().size());
+        output_.Flush();  // so that the samples are aligned in the buffer
     }
 
-    void Write(float* interleaved, int frames) override {
-        const std::size_t samples = static_cast<std::size_t>(frames * setup_.channels);
-        if (setup_.encoding == Encoding::kFloat32)
-            return output_.Append(interleaved, samples * sizeof(float));
-        Quantise(interleaved, integers_.data(), samples, GetBits(setup_.encoding), setup_.dither);
-        Pack(setup_.encoding, integers_.data(), packed_.data(), samples);
-        output_.Append(packed_.data(), samples * GetSampleBytes(setup_.encoding));
+    void Write(const float* const* in, int first, int frames) override {
+        const auto samples = static_cast<std::size_t>(frames * setup_.channels);
+        std::byte* const place = output_.AppendInPlace(samples * GetSampleBytes(setup_.encoding));
+        if (setup_.encoding == Encoding::kFloat32) {
+            auto* const floats = reinterpret_cast<float*>(place);
+            return Interleave(in, first, floats, setup_.channels, frames, setup_.order);
+        }
+        MakeIntegers(in, first, frames);
+        Pack(setup_.encoding, integers_.data(), place, samples);
     }
 
     void Finish(std::int64_t frames) override {
@@ -43,11 +46,8 @@ public:
     }
 
 private:
-    Setup setup_;
     OutputFile& output_;
     WavHeader header_;
-    std::array<std::int32_t, kMostSamples> integers_;
-    std::array<std::byte, kMostSamples * 4> packed_;
 };
 
 /// An OutputFile as libsndfile sees it. What it throws must not pass through C code, so it waits here.
@@ -109,7 +109,7 @@ public:
                   OutputFile& output,
                   const AudioMetadata& metadata,
                   std::vector<std::string>& lost)
-        : setup_(setup), virtualFile_(output) {
+        : SampleSink(setup), virtualFile_(output) {
         SF_INFO info{};
         info.samplerate = setup.rateHz;
         info.channels = setup.channels;
@@ -129,18 +129,17 @@ public:
         lost = WriteMetadata(file_.get(), *setup.row, setup.channels, metadata);
     }
 
-    void Write(float* interleaved, int frames) override {
+    void Write(const float* const* in, int first, int frames) override {
         sf_count_t written = 0;
         if (setup_.row->lossySubtype != 0 || setup_.encoding == Encoding::kFloat32) {
-            written = sf_writef_float(file_.get(), interleaved, frames);
+            MakeFloats(in, first, frames);
+            written = sf_writef_float(file_.get(), interleaved_.data(), frames);
         } else {
-            const std::size_t samples = static_cast<std::size_t>(frames * setup_.channels);
-            const int bits = GetBits(setup_.encoding);
-            Quantise(interleaved, integers_.data(), samples, bits, setup_.dither);
+            MakeIntegers(in, first, frames);
             // The library takes integers of every depth from the upper bits.
-            for (std::size_t i = 0; i < samples; ++i)
-                integers_[i] = static_cast<std::int32_t>(static_cast<std::uint32_t>(integers_[i])
-                                                         << (32 - bits));
+            for (std::int32_t& value : integers_)
+                value = static_cast<std::int32_t>(static_cast<std::uint32_t>(value)
+                                                  << (32 - GetBits(setup_.encoding)));
             written = sf_writef_int(file_.get(), integers_.data(), frames);
         }
         virtualFile_.Rethrow();
@@ -164,15 +163,25 @@ private:
         return GetIntegerSubtype(*setup.row, GetBits(setup.encoding));
     }
 
-    Setup setup_;
     VirtualFile virtualFile_;
     SoundFilePtr file_;
-    std::array<std::int32_t, kMostSamples> integers_;
 };
 
 }  // namespace
 
 int GetBits(Encoding encoding) { return 8 * static_cast<int>(GetSampleBytes(encoding)); }
+
+void SampleSink::MakeFloats(const float* const* in, int first, int frames) {
+    Interleave(in, first, interleaved_.data(), setup_.channels, frames, setup_.order);
+}
+
+void SampleSink::MakeIntegers(const float* const* in, int first, int frames) {
+    MakeFloats(in, first, frames);
+    const auto samples = static_cast<std::size_t>(frames * setup_.channels);
+    if (setup_.dither != nullptr) setup_.dither->Fill(noise_.data(), samples);
+    Quantise(interleaved_.data(), setup_.dither != nullptr ? noise_.data() : nullptr,
+             integers_.data(), samples, GetBits(setup_.encoding));
+}
 
 std::unique_ptr<SampleSink> SampleSink::Make(const Setup& setup,
                                              OutputFile& output,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,7 +15,7 @@ namespace zuc::host {
 
 class OutputFile;
 
-/// How AudioWriter stores interleaved samples: one implementation per library that writes.
+/// How AudioWriter stores samples: one implementation per library that writes.
 class SampleSink {
 public:
     /// What a sink is made for.
@@ -22,8 +24,9 @@ public:
         Encoding encoding = Encoding::kInt16;  // of formats that keep samples
         int rateHz = 0;
         int channels = 0;
-        double quality = -1.0;     // of lossy formats; negative: the encoder's own choice
-        Dither* dither = nullptr;  // null: none
+        double quality = -1.0;       // of lossy formats; negative: the encoder's own choice
+        const int* order = nullptr;  // as for Interleave
+        Dither* dither = nullptr;    // null: none
     };
 
     /// What `lost` receives is told in WriteMetadata. Throws Error(kOutput). [host]
@@ -35,8 +38,8 @@ public:
     SampleSink(const SampleSink&) = delete;
     SampleSink& operator=(const SampleSink&) = delete;
 
-    /// At most kMostSamples / channels frames; `interleaved` is scratch afterwards. [worker]
-    virtual void Write(float* interleaved, int frames) = 0;
+    /// Stores `in[channel][first .. first + frames)`, at most kMostSamples / channels frames. [worker]
+    virtual void Write(const float* const* in, int first, int frames) = 0;
     /// Completes the file after `frames` frames in all. [worker]
     virtual void Finish(std::int64_t frames) = 0;
 
@@ -44,7 +47,18 @@ public:
     static constexpr int kMostSamples = 4096;
 
 protected:
-    SampleSink() = default;
+    explicit SampleSink(const Setup& setup) : setup_(setup) {}
+    /// Fills interleaved_.
+    void MakeFloats(const float* const* in, int first, int frames);
+    /// Fills integers_, dithered as set up.
+    void MakeIntegers(const float* const* in, int first, int frames);
+
+    Setup setup_;
+    std::array<float, kMostSamples> interleaved_{};
+    std::array<std::int32_t, kMostSamples> integers_{};
+
+private:
+    std::array<float, kMostSamples> noise_{};
 };
 
 int GetBits(Encoding encoding);  // [any]

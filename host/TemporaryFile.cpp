@@ -25,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::int64_t kReserveBytes = std::int64_t{32} << 20;  // see Reserve
 constexpr std::size_t kLongestNameBytes =
     180;                        // leaves room for the rest of a temporary's name in 255
 constexpr int kMostLinks = 40;  // as the kernel follows
@@ -192,9 +193,9 @@ FileDescriptor SpoolToTemporary(int stream, const std::string& name) {
     return file;
 }
 
-OutputFile::OutputFile(const std::string& path, Access access) : path_(path) {
+OutputFile::OutputFile(const std::string& path, Access access)
+    : path_(path), buffer_(kMostInPlaceBytes) {
     IgnoreWriteSignals();
-    buffer_.reserve(kBufferBytes);
     struct stat status {};
     if (const int named = DescriptorNamed(path); named >= 0) {
         OpenDirect(fcntl(named, F_DUPFD_CLOEXEC, 0));
@@ -267,15 +268,21 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Append(const void* bytes, std::size_t count) {
-    if (buffer_.size() + count > kBufferBytes) Flush();
-    const auto* first = static_cast<const std::byte*>(bytes);
-    if (count >= kBufferBytes) {
-        if (const int error = WriteAll(fd_.Get(), bytes, count, isSeekable_ ? base_ + size_ : -1))
-            Fail(error);
-    } else {
-        buffer_.insert(buffer_.end(), first, first + count);
+    const auto* next = static_cast<const std::byte*>(bytes);
+    while (count > 0) {
+        const std::size_t part = std::min(count, kMostInPlaceBytes);
+        std::memcpy(AppendInPlace(part), next, part);
+        next += part;
+        count -= part;
     }
+}
+
+std::byte* OutputFile::AppendInPlace(std::size_t count) {
+    if (buffered_ + count > buffer_.size()) Flush();
+    std::byte* const place = &buffer_[buffered_];
+    buffered_ += count;
     size_ += static_cast<std::int64_t>(count);
+    return place;
 }
 
 void OutputFile::WriteAt(std::int64_t offset, const void* bytes, std::size_t count) {
@@ -286,11 +293,20 @@ void OutputFile::WriteAt(std::int64_t offset, const void* bytes, std::size_t cou
 }
 
 void OutputFile::Flush() {
-    if (buffer_.empty()) return;
-    const auto start = base_ + size_ - static_cast<std::int64_t>(buffer_.size());
-    const int error = WriteAll(fd_.Get(), buffer_.data(), buffer_.size(), isSeekable_ ? start : -1);
-    buffer_.clear();
-    if (error) Fail(error);
+    if (buffered_ == 0) return;
+    Reserve();
+    const std::size_t count = std::exchange(buffered_, 0);
+    const std::int64_t start = base_ + size_ - static_cast<std::int64_t>(count);
+    if (const int error = WriteAll(fd_.Get(), buffer_.data(), count, isSeekable_ ? start : -1))
+        Fail(error);
+}
+
+/// Asks the file system for the next stretch of a large file at once: a quarter less work for it than
+/// block by block. What it cannot do, writing will tell.
+void OutputFile::Reserve() {
+    if (target_.empty() || size_ < reserved_ || size_ < kReserveBytes / 4) return;
+    fallocate(fd_.Get(), FALLOC_FL_KEEP_SIZE, size_, kReserveBytes);
+    reserved_ = size_ + kReserveBytes;
 }
 
 void OutputFile::CopyToStream() {
@@ -320,6 +336,7 @@ void OutputFile::Commit() {
         if (!fd_.Close()) Fail(errno);
         return;
     }
+    if (reserved_ > size_ && ftruncate(fd_.Get(), size_) != 0) Fail(errno);
     if (fsync(fd_.Get()) != 0) Fail(errno);
     if (rename(temporary_.c_str(), target_.c_str()) != 0) Fail(errno);
     temporary_.clear();

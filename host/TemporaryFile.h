@@ -62,6 +62,11 @@ public:
     std::int64_t GetSize() const { return size_; }  // bytes so far [worker]
 
     void Append(const void* bytes, std::size_t count);  // buffered [worker]
+    /// Appends `count` bytes, at most kMostInPlaceBytes, for the caller to fill in place before the next
+    /// call. While only multiples of 4 are added this way after Flush, they are aligned to 4. [worker]
+    std::byte* AppendInPlace(std::size_t count);
+    void Flush();  // hands what is buffered to the system [worker]
+    static constexpr std::size_t kMostInPlaceBytes = 64 * 1024;
     /// Replaces bytes from `offset` on; may reach beyond the end. [worker]
     void WriteAt(std::int64_t offset, const void* bytes, std::size_t count);
     void Commit();  // once [worker]
@@ -69,7 +74,7 @@ public:
 private:
     void OpenDirect(int fd);
     void OpenTemporary(const std::string& path);
-    void Flush();
+    void Reserve();
     void CopyToStream();
     [[noreturn]] void Fail(int error);
 
@@ -82,7 +87,9 @@ private:
     bool isSeekable_ = false;
     std::int64_t base_ = 0;  // where the file starts on the descriptor
     std::int64_t size_ = 0;
-    std::vector<std::byte> buffer_;  // the end of the file, not yet handed to the system
+    std::int64_t reserved_ = 0;      // bytes asked for, see Reserve
+    std::vector<std::byte> buffer_;  // the end of the file, as far as buffered_
+    std::size_t buffered_ = 0;       // bytes not yet handed to the system
 };
 
 /// Writes a whole file the same way. Throws Error(kOutput). [host]
