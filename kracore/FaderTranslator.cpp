@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <limits>
-#include <numbers>
 
 namespace kracore::utility {
 namespace {
@@ -10,8 +9,8 @@ namespace {
 constexpr double kDbPerPosition = 75.0;  // above the knee: 15 dB in the top fifth of the way
 constexpr double kKneePosition = 0.4;
 constexpr double kKneeBelowMaximumDb = kDbPerPosition * (1.0 - kKneePosition);
-// Power of the position below the knee, in dB per decade: the slope at the knee is the one above.
-constexpr double kDbPerDecade = kDbPerPosition * kKneePosition * std::numbers::ln10;
+// Below the knee, per factor of e in the position: the slope at the knee is the one above it.
+constexpr double kDbPerFactor = kDbPerPosition * kKneePosition;
 
 }  // namespace
 
@@ -24,7 +23,7 @@ Float FaderTranslator<Float>::GetDecibelValue(Float position) const {
     return static_cast<Float>(way >= kKneePosition
                                   ? maximumDb - kDbPerPosition * (1.0 - way)
                                   : maximumDb - kKneeBelowMaximumDb +
-                                        kDbPerDecade * std::log10(way / kKneePosition));
+                                        kDbPerFactor * std::log(way / kKneePosition));
 }
 
 template <class Float>
@@ -35,8 +34,7 @@ Float FaderTranslator<Float>::GetNormalizedValue(Float decibels) const {
     return static_cast<Float>(
         belowMaximumDb <= kKneeBelowMaximumDb
             ? 1.0 - belowMaximumDb / kDbPerPosition
-            : kKneePosition *
-                  std::pow(10.0, (kKneeBelowMaximumDb - belowMaximumDb) / kDbPerDecade));
+            : kKneePosition * std::exp((kKneeBelowMaximumDb - belowMaximumDb) / kDbPerFactor));
 }
 
 template class FaderTranslator<float>;

@@ -8,9 +8,9 @@ namespace kracore::utility {
 ///
 /// Above the knee at 0.4 the decibels are linear in the position, 75 dB over the whole way; below it
 /// the gain falls to zero as a power of the position so that value and slope join at the knee. With
-/// the maximum m in dB and ln 10 = 2.3026:
+/// the maximum m in dB:
 ///
-///     p >= 0.4: m - 75 (1 - p)          p < 0.4: m - 45 + 30 ln 10 log10(p / 0.4)
+///     p >= 0.4: m - 75 (1 - p)          p < 0.4: m - 45 + 30 ln(p / 0.4)
 ///
 /// Strictly monotone, with an exact inverse, but for the rounding of Float. With the default maximum
 /// 0 dB is at position 0.8.

@@ -18,15 +18,23 @@ std::pmr::memory_resource& Pool() {
     return *pool;
 }
 
+/// What the pool is asked for. Its blocks lie side by side, in libstdc++ 12 also those of a size that
+/// the alignment does not divide.
+std::size_t PooledBytes(std::size_t bytes) {
+    constexpr std::size_t kAlignment = alignof(std::max_align_t);
+    return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+}
+
 }  // namespace
 
 void* SmallBlockAllocator::Allocate(std::size_t bytes) {
-    return bytes <= kLargestPooledBytes ? Pool().allocate(bytes) : ::operator new(bytes);
+    return bytes <= kLargestPooledBytes ? Pool().allocate(PooledBytes(bytes))
+                                        : ::operator new(bytes);
 }
 
 void SmallBlockAllocator::Free(void* block, std::size_t bytes) noexcept {
     if (bytes <= kLargestPooledBytes)
-        Pool().deallocate(block, bytes);
+        Pool().deallocate(block, PooledBytes(bytes));
     else
         ::operator delete(block);
 }

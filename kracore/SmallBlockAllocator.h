@@ -29,6 +29,7 @@ public:
 
         // NOLINTBEGIN(readability-identifier-naming): the names of the standard
         T* allocate(std::size_t count) {
+            static_assert(alignof(T) <= alignof(std::max_align_t));
             if (count > std::numeric_limits<std::size_t>::max() / sizeof(T))
                 throw std::bad_array_new_length();
             return static_cast<T*>(Allocate(count * sizeof(T)));

@@ -1,9 +1,9 @@
+#include "kracore/PropList.h"
+
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstdint>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -13,111 +13,10 @@
 
 #include "kracore/Base64.h"
 #include "kracore/Numbers.h"
-#include "kracore/PropList.h"
+#include "kracore/PropListTags.h"
 
 namespace kracore::proplist {
 namespace {
-
-enum class Tag { kNone, kFloat, kDouble, kRatio, kBytes, kFloats, kUtf16 };
-
-struct TagRow {
-    Tag tag;
-    std::string_view key;
-    std::string_view expected;  // what stands behind the key, for messages
-};
-// clang-format off
-constexpr std::array<TagRow, 7> kTags{{
-    {Tag::kNone,   "",        ""},
-    {Tag::kFloat,  "$float",  "a number in the range of a float, or 8 hexadecimal digits"},
-    {Tag::kDouble, "$double", "16 hexadecimal digits"},
-    {Tag::kRatio,  "$ratio",  "\"numerator/denominator\", two whole numbers of 64 bits"},
-    {Tag::kBytes,  "$bytes",  "base64"},
-    {Tag::kFloats, "$floats", "an array of numbers in the range of a float, or 8 hexadecimal digits each"},
-    {Tag::kUtf16,  "$utf16",  "an array of whole numbers from 0 to 65535"},
-}};
-// clang-format on
-
-const TagRow& Row(Tag tag) { return kTags[static_cast<std::size_t>(tag)]; }
-
-template <class Float>
-using BitsOf = std::conditional_t<sizeof(Float) == 4, std::uint32_t, std::uint64_t>;
-
-// ---- writing
-
-template <class Number>
-std::string NumberText(Number value, auto... format) {
-    std::array<char, 40> text;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-    return {text.data(),
-            std::to_chars(text.data(), text.data() + text.size(), value, format...).ptr};
-}
-
-/// The shortest decimal number that reads back equal, marked as no whole number.
-template <class Float>
-std::string FiniteText(Float value) {
-    std::string text = NumberText(value);
-    if (text.find_first_of(".e") == text.npos) text += ".0";
-    return text;
-}
-
-template <class Float>
-std::string BitsText(Float value) {
-    std::string digits = NumberText(std::bit_cast<BitsOf<Float>>(value), 16);
-    digits.insert(0, 2 * sizeof(Float) - digits.size(), '0');
-    return '"' + digits + '"';
-}
-
-std::string FloatText(float value) {
-    return std::isfinite(value) ? FiniteText(value) : BitsText(value);
-}
-
-/// The elements of `range` as texts, with commas between.
-std::string Joined(const auto& range, const auto& toText) {
-    std::string text;
-    for (const auto& element : range) {
-        if (!text.empty()) text += ',';
-        text += toText(element);
-    }
-    return text;
-}
-
-std::string Quoted(std::string_view text) { return nlohmann::json(text).dump(); }
-
-std::string Tagged(Tag tag, std::string_view json) {
-    std::string text = "{\"";
-    return text.append(Row(tag).key).append("\":").append(json).append("}");
-}
-
-/// The JSON text of one value, by its type.
-struct Writer {
-    std::string operator()(bool value) const { return value ? "true" : "false"; }
-    std::string operator()(std::int64_t value) const { return NumberText(value); }
-    std::string operator()(float value) const { return Tagged(Tag::kFloat, FloatText(value)); }
-    std::string operator()(double value) const {
-        return std::isfinite(value) ? FiniteText(value) : Tagged(Tag::kDouble, BitsText(value));
-    }
-    std::string operator()(const Ratio64& value) const {
-        return Tagged(Tag::kRatio, '"' + NumberText(value.numerator) + '/' +
-                                       NumberText(value.denominator) + '"');
-    }
-    std::string operator()(const WStr& value) const {
-        std::string text = utility::ToUtf8(value);
-        if (utility::FromUtf8(text) == value) return Quoted(text);
-        return Tagged(Tag::kUtf16, '[' + Joined(value, [](char16_t unit) {
-                                       return NumberText(std::uint16_t{unit});
-                                   }) + ']');
-    }
-    std::string operator()(const Bytes& value) const {
-        return Tagged(Tag::kBytes, '"' + utility::ToBase64(value) + '"');
-    }
-    std::string operator()(const std::vector<float>& value) const {
-        return Tagged(Tag::kFloats, '[' + Joined(value, FloatText) + ']');
-    }
-    std::string operator()(const std::unique_ptr<PropList>& value) const {
-        return value ? ToJson(*value) : "{}";
-    }
-};
-
-// ---- reading
 
 /// Hands the parser the text and counts what it took, so that a fault can be placed.
 class CountingIterator {
@@ -404,17 +303,6 @@ void Reader::Append(Value value) {
 }
 
 ParseError::~ParseError() = default;
-
-std::string ToJson(const PropList& list) {
-    return '{' +
-           Joined(list.GetEntries(),
-                  [](const PropList::Entry& entry) {
-                      const auto& [key, value] = entry;
-                      return Quoted(key.starts_with('$') ? '$' + key : key) + ':' +
-                             std::visit(Writer{}, value.Get());
-                  }) +
-           '}';
-}
 
 PropList FromJson(std::string_view json, const ReadLimits& limits) {
     if (json.size() > limits.bytes)
