@@ -171,6 +171,9 @@ public:
     bool IsPresetDirty() const { return presetDirty_; }
     void SetPresetDirty(bool dirty) { presetDirty_ = dirty; }
 
+    /// Copies what a clone or a stand-in shares with this filter besides its parameters. [host]
+    void CopyHostStateTo(AudioFilter& other) const;
+
     /// Input samples so far that were not finite; they count as 0. [any]
     std::uint64_t GetNonFiniteSampleCount() const {
         return nonFiniteSamples_.load(std::memory_order_relaxed);
@@ -188,8 +191,6 @@ protected:
     void CountNonFiniteSamples(std::uint64_t count) {
         nonFiniteSamples_.fetch_add(count, std::memory_order_relaxed);
     }
-    /// Copies what a clone or a stand-in shares with this filter besides its parameters.
-    void CopyHostStateTo(AudioFilter& other) const;
 
 private:
     WStr componentID_;

@@ -2,6 +2,7 @@
 
 #include "Components/Catalogue.h"
 #include "Components/EffectThreadPool.h"
+#include "Components/private/ConsoleCommands.h"
 #include "kraaudiofilterhost/FilterCatalogue.h"
 
 namespace zuc {
@@ -21,6 +22,7 @@ void Initialize() {
         ++initializations;
         return;
     }
+    RegisterConsoleCommands();
     kraaudiofilterhost::Initialize();
     for (const auto& entry : components::GetCatalogue())
         kraaudiofilterhost::utility::RegisterAudioFilter(WStr(entry.identifier), entry.create);
@@ -34,6 +36,7 @@ void Terminate() {
     for (const auto& entry : components::GetCatalogue())
         kraaudiofilterhost::utility::UnregisterAudioFilter(WStr(entry.identifier));
     kraaudiofilterhost::Terminate();
+    UnregisterConsoleCommands();
 }
 
 WStr GetTempDir() { return TempDir(); }

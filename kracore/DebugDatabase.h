@@ -1,0 +1,25 @@
+#pragma once
+
+#include <map>
+#include <optional>
+
+#include "kracore/Export.h"
+#include "kracore/WStr.h"
+
+namespace kracore::debug {
+
+/// Developer settings of the process, name -> text ("Remix.AvoidLoops" -> "true"). Empty at first; what is
+/// absent leaves the built-in behaviour. [any, may block]
+class ZUC_API DebugDatabase {
+public:
+    static void Set(const WStr& name, const WStr& value);
+    static void Remove(const WStr& name);
+    static std::optional<WStr> Get(const WStr& name);
+    /// A whole number in base 10; nothing when absent or when the text is no number.
+    static std::optional<long> GetInteger(const WStr& name);
+    /// "true", "1", "on" and "yes" against "false", "0", "off" and "no"; nothing otherwise.
+    static std::optional<bool> GetBool(const WStr& name);
+    static std::map<WStr, WStr> GetAll();
+};
+
+}  // namespace kracore::debug
