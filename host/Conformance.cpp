@@ -415,8 +415,9 @@ void CheckRealTime(Run& run) {
         bad[0][3] = std::numeric_limits<float>::quiet_NaN();
         rig.Render(bad, 512);
         rig.Resume();
+        const std::vector<int> parameters = rig.GetSoundParameters();
         probe.enter();
-        for (const int index : rig.GetSoundParameters()) rig.Filter().SetParameter(index, 0.3f);
+        for (const int index : parameters) rig.Filter().SetParameter(index, 0.3f);
         probe.leave();
     }
     run.Expect(probe.countFindings() == before,

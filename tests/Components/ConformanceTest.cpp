@@ -8,12 +8,16 @@
 #include "host/Conformance.h"
 #include "kracore/Localizer.h"
 #include "kracore/WStr.h"
+#include "rtguard/RealTimeGuard.h"
 
 namespace zuc {
 namespace {
 
 host::ConformanceOptions Options() {
     host::ConformanceOptions options;
+    if (rtguard::IsActive())
+        options.probe = {rtguard::Enter, rtguard::Leave, rtguard::CountFindings,
+                         rtguard::DescribeLast};
     return options;
 }
 
