@@ -26,7 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kBlockBytes = 64 * 1024;
+constexpr std::size_t kBlockBytes = std::size_t{64} << 10;
 constexpr std::string_view kReadable = "audio: wav, rf64, w64, aiff, caf, flac, ogg, opus, mp3, au";
 constexpr std::size_t kMostNames = 1000;  // of a folder, to look for similar ones
 
@@ -185,18 +185,18 @@ void AudioReader::Identify(int format) {
 /// Refills interleaved_; false at the end.
 bool AudioReader::ReadBlock() {
     sf_count_t frames = 0;
+    const sf_count_t channels = info_.channels;
     if (!isRaw_) {
         frames = sf_readf_float(file_.get(), interleaved_.data(), blockFrames_);
     } else if (rawEncoding_ == Encoding::kFloat32) {
         const auto bytes = static_cast<sf_count_t>(interleaved_.size() * sizeof(float));
         frames = sf_read_raw(file_.get(), interleaved_.data(), bytes) /
-                 (static_cast<int>(sizeof(float)) * info_.channels);
+                 (static_cast<sf_count_t>(sizeof(float)) * channels);
     } else {
-        const auto frameBytes =
-            static_cast<sf_count_t>(GetSampleBytes(rawEncoding_)) * info_.channels;
+        const auto frameBytes = static_cast<sf_count_t>(GetSampleBytes(rawEncoding_)) * channels;
         frames = sf_read_raw(file_.get(), encoded_.data(), frameBytes * blockFrames_) / frameBytes;
         Decode(rawEncoding_, encoded_.data(), interleaved_.data(),
-               static_cast<std::size_t>(frames * info_.channels));
+               static_cast<std::size_t>(frames * channels));
     }
     if (frames < blockFrames_ && sf_error(file_.get()) == SF_ERR_SYSTEM)
         throw Error(ExitCode::kInput, fmt::format("cannot read {}: {}", NameOf(info_.path),
@@ -216,7 +216,8 @@ int AudioReader::Read(float* const* out, int frames) {
         }
         const int count = std::min(frames - done, blockEnd_ - blockBegin_);
         for (int c = 0; c < info_.channels; ++c) at[static_cast<std::size_t>(c)] = out[c] + done;
-        Deinterleave(&interleaved_[static_cast<std::size_t>(blockBegin_ * info_.channels)],
+        Deinterleave(&interleaved_[static_cast<std::size_t>(blockBegin_) *
+                                   static_cast<std::size_t>(info_.channels)],
                      at.data(), info_.channels, count, channelOrder_);
         blockBegin_ += count;
         done += count;

@@ -19,13 +19,14 @@ constexpr std::array kMp3RatesHz{8000, 11025, 12000, 16000, 22050, 24000, 32000,
 constexpr int kMax = kMaxChannels;
 
 // Tags by letter: T title, A artist, B album, N track number, D date, G genre, C comment, R copyright,
-// L license, S software. What libsndfile 1.2 writes and reads back.
+// L license, S software. What libsndfile 1.2 writes and reads back. AIFF without 8 bits: an odd number
+// of such samples comes out one longer.
 // clang-format off
 constexpr std::array<FormatRow, 9> kFormats{{
     // name   extensions   container        lossy encoding            streams 8     16     24     32     float  channels rates  tags
     {"wav",  "wav wave",  0,               0,                        true,  true,  true,  true,  true,  true,  kMax, {},           "TABNDGCRS"},
     {"flac", "flac",      SF_FORMAT_FLAC,  0,                        false, true,  true,  true,  false, false, 8,    {},           "TABNDGCRLS"},
-    {"aiff", "aiff aif aifc", SF_FORMAT_AIFF, 0,                     false, true,  true,  true,  true,  true,  kMax, {},           "TACRS"},
+    {"aiff", "aiff aif aifc", SF_FORMAT_AIFF, 0,                     false, false, true,  true,  true,  true,  kMax, {},           "TACRS"},
     {"caf",  "caf",       SF_FORMAT_CAF,   0,                        false, true,  true,  true,  true,  true,  kMax, {},           "TABNDGCRLS"},
     {"ogg",  "ogg oga",   SF_FORMAT_OGG,   SF_FORMAT_VORBIS,         true,  false, false, false, false, false, kMax, {},           "TABNDGCRLS"},
     {"opus", "opus",      SF_FORMAT_OGG,   SF_FORMAT_OPUS,           true,  false, false, false, false, false, 8,    kOpusRatesHz, "TABNDGCRLS"},
@@ -117,6 +118,7 @@ bool IsStream(const std::string& path) {
     const auto* const refusal = std::find_if(kRefusals.begin(), kRefusals.end(),
                                              [&](const Refusal& r) { return r.name == name; });
     std::vector<std::string> names;
+    names.reserve(kFormats.size());
     for (const FormatRow& row : kFormats) names.emplace_back(row.name);
     std::string hint;
     if (refusal != kRefusals.end())

@@ -26,8 +26,8 @@ float Triangular(std::uint32_t word) {
 
 template <int kChannels>
 void InterleaveFixed(const float* const* in, int first, float* out, int frames) {
-    for (int i = 0; i < frames; ++i)
-        for (int c = 0; c < kChannels; ++c) out[i * kChannels + c] = in[c][first + i];
+    for (std::ptrdiff_t i = 0; i < frames; ++i)
+        for (std::ptrdiff_t c = 0; c < kChannels; ++c) out[i * kChannels + c] = in[c][first + i];
 }
 
 }  // namespace
@@ -82,7 +82,7 @@ void Deinterleave(const float* in, float* const* out, int channels, int frames, 
     if (channels == 2 && order == nullptr) {
         float* left = out[0];
         float* right = out[1];
-        for (int i = 0; i < frames; ++i) {
+        for (std::ptrdiff_t i = 0; i < frames; ++i) {
             left[i] = in[2 * i];
             right[i] = in[2 * i + 1];
         }
@@ -90,7 +90,7 @@ void Deinterleave(const float* in, float* const* out, int channels, int frames, 
     }
     for (int c = 0; c < channels; ++c) {
         const float* from = in + (order ? order[c] : c);
-        for (int i = 0; i < frames; ++i) out[c][i] = from[i * channels];
+        for (std::ptrdiff_t i = 0; i < frames; ++i) out[c][i] = from[i * channels];
     }
 }
 
@@ -100,7 +100,7 @@ void Interleave(
     if (channels == 2) return InterleaveFixed<2>(in, first, out, frames);
     for (int c = 0; c < channels; ++c) {
         float* to = out + (order ? order[c] : c);
-        for (int i = 0; i < frames; ++i) to[i * channels] = in[c][first + i];
+        for (std::ptrdiff_t i = 0; i < frames; ++i) to[i * channels] = in[c][first + i];
     }
 }
 

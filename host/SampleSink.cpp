@@ -27,7 +27,7 @@ public:
     }
 
     void Write(const float* const* in, int first, int frames) override {
-        const auto samples = static_cast<std::size_t>(frames * setup_.channels);
+        const std::size_t samples = CountSamples(frames);
         std::byte* const place = output_.AppendInPlace(samples * GetSampleBytes(setup_.encoding));
         if (setup_.encoding == Encoding::kFloat32) {
             auto* const floats = reinterpret_cast<float*>(place);
@@ -177,7 +177,7 @@ void SampleSink::MakeFloats(const float* const* in, int first, int frames) {
 
 void SampleSink::MakeIntegers(const float* const* in, int first, int frames) {
     MakeFloats(in, first, frames);
-    const auto samples = static_cast<std::size_t>(frames * setup_.channels);
+    const std::size_t samples = CountSamples(frames);
     if (setup_.dither != nullptr) setup_.dither->Fill(noise_.data(), samples);
     Quantise(interleaved_.data(), setup_.dither != nullptr ? noise_.data() : nullptr,
              integers_.data(), samples, GetBits(setup_.encoding));

@@ -48,6 +48,9 @@ public:
 
 protected:
     explicit SampleSink(const Setup& setup) : setup_(setup) {}
+    std::size_t CountSamples(int frames) const {
+        return static_cast<std::size_t>(frames) * static_cast<std::size_t>(setup_.channels);
+    }
     /// Fills interleaved_.
     void MakeFloats(const float* const* in, int first, int frames);
     /// Fills integers_, dithered as set up.

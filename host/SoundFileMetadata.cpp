@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <boost/locale/utf.hpp>
 #include <cstring>
 
 namespace zuc::host {
@@ -144,6 +145,52 @@ std::vector<OpaqueChunk> ReadChunks(SNDFILE* file) {
     return chunks;
 }
 
+bool IsUtf8(const std::string& text) {
+    namespace utf = boost::locale::utf;
+    for (auto at = text.begin(); at != text.end();) {
+        const utf::code_point point = utf::utf_traits<char>::decode(at, text.end());
+        if (point == utf::illegal || point == utf::incomplete) return false;
+    }
+    return true;
+}
+
+std::string FromLatin1(std::string_view latin) {
+    std::string text;
+    for (const char letter : latin) {
+        const auto byte = static_cast<unsigned char>(letter);
+        if (byte >= 0x80) text += static_cast<char>(0xC0 | byte >> 6);
+        text += static_cast<char>(byte >= 0x80 ? 0x80 | (byte & 0x3F) : byte);
+    }
+    return text;
+}
+
+/// UTF-8 as ISO 8859-1; nothing when that lacks a letter.
+std::optional<std::string> ToLatin1(std::string_view text) {
+    std::string latin;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0x80) {
+            latin += text[i];
+            continue;
+        }
+        // Two bytes, 110000ab 10cdefgh, are the letters that exist there.
+        if ((byte != 0xC2 && byte != 0xC3) || i + 1 == text.size()) return {};
+        latin +=
+            static_cast<char>((byte & 3) << 6 | (static_cast<unsigned char>(text[++i]) & 0x3F));
+    }
+    return latin;
+}
+
+/// False when the container cannot hold that text.
+bool WriteTag(SNDFILE* file, const FormatRow& row, const TagRow& tag, const std::string& text) {
+    if (!CarriesTag(row, tag.tag)) return false;
+    if (file == nullptr) return true;
+    // The library takes texts of MP3 files for ISO 8859-1.
+    const std::optional<std::string> bytes =
+        row.soundFileFormat == SF_FORMAT_MPEG ? ToLatin1(text) : text;
+    return bytes && sf_set_string(file, tag.soundFileString, bytes->c_str()) == SF_ERR_NO_ERROR;
+}
+
 bool WriteChannelMap(SNDFILE* file, int channels, std::uint32_t mask) {
     std::vector<int> map;
     for (std::size_t bit = 0; bit < kSpeakers.size(); ++bit)
@@ -157,8 +204,17 @@ bool WriteChannelMap(SNDFILE* file, int channels, std::uint32_t mask) {
 
 AudioMetadata ReadMetadata(SNDFILE* file, int channels) {
     AudioMetadata metadata;
-    for (const TagRow& row : kTags)
-        if (const char* text = sf_get_string(file, row.soundFileString)) metadata[row.tag] = text;
+    SF_INFO info{};
+    sf_command(file, SFC_GET_CURRENT_SF_INFO, &info, sizeof info);
+    const bool isMp3 = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
+    for (const TagRow& row : kTags) {
+        const char* const bytes = sf_get_string(file, row.soundFileString);
+        if (bytes == nullptr) continue;
+        std::string& text = metadata[row.tag];
+        text = bytes;
+        // Old tags of MP3 files are ISO 8859-1, and the library passes them as they are.
+        if (isMp3 && !IsUtf8(text)) text = FromLatin1(bytes);
+    }
     metadata.broadcast = ReadBroadcast(file);
     metadata.cues = ReadCues(file);
     metadata.instrument = ReadInstrument(file);
@@ -174,11 +230,8 @@ std::vector<std::string> WriteMetadata(SNDFILE* file,
     std::vector<std::string> lost;
     for (const TagRow& tag : kTags) {
         const std::string& text = metadata[tag.tag];
-        if (text.empty()) continue;
-        if (!CarriesTag(row, tag.tag))
+        if (!text.empty() && !WriteTag(file, row, tag, text))
             lost.emplace_back(GetTagName(tag.tag));
-        else if (file != nullptr)
-            sf_set_string(file, tag.soundFileString, text.c_str());
     }
     const std::uint32_t mask = metadata.channelMask;
     const bool matches = std::popcount(mask) == channels;

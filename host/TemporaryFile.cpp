@@ -24,7 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
 constexpr std::int64_t kReserveBytes = std::int64_t{32} << 20;  // see Reserve
 constexpr std::size_t kLongestNameBytes =
     180;                        // leaves room for the rest of a temporary's name in 255

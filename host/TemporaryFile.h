@@ -66,7 +66,7 @@ public:
     /// call. While only multiples of 4 are added this way after Flush, they are aligned to 4. [worker]
     std::byte* AppendInPlace(std::size_t count);
     void Flush();  // hands what is buffered to the system [worker]
-    static constexpr std::size_t kMostInPlaceBytes = 64 * 1024;
+    static constexpr std::size_t kMostInPlaceBytes = std::size_t{64} << 10;
     /// Replaces bytes from `offset` on; may reach beyond the end. [worker]
     void WriteAt(std::int64_t offset, const void* bytes, std::size_t count);
     void Commit();  // once [worker]

@@ -126,15 +126,22 @@ std::string MakeSampler(const Instrument& instrument, int rateHz) {
     return bytes;
 }
 
+/// A chunk with its content made even by a zero, because libsndfile does not skip the pad bytes of
+/// chunks that it does not know in RF64 files.
+void PutEvenChunk(std::string& bytes, std::string_view id, std::string content) {
+    content.append(content.size() % 2, '\0');
+    PutChunk(bytes, id, content);
+}
+
 void PutMetadata(std::string& bytes, const AudioMetadata& metadata, int rateHz) {
-    if (metadata.broadcast) PutChunk(bytes, "bext", MakeBroadcast(*metadata.broadcast));
-    for (const OpaqueChunk& chunk : metadata.chunks) PutChunk(bytes, chunk.id, chunk.bytes);
-    if (const std::string list = MakeInfoList(metadata); list.size() > 4)
-        PutChunk(bytes, "LIST", list);
-    if (!metadata.cues.empty()) PutChunk(bytes, "cue ", MakeCues(metadata.cues));
-    if (const std::string list = MakeCueNames(metadata.cues); list.size() > 4)
-        PutChunk(bytes, "LIST", list);
-    if (metadata.instrument) PutChunk(bytes, "smpl", MakeSampler(*metadata.instrument, rateHz));
+    if (metadata.broadcast) PutEvenChunk(bytes, "bext", MakeBroadcast(*metadata.broadcast));
+    for (const OpaqueChunk& chunk : metadata.chunks) PutEvenChunk(bytes, chunk.id, chunk.bytes);
+    if (std::string list = MakeInfoList(metadata); list.size() > 4)
+        PutEvenChunk(bytes, "LIST", std::move(list));
+    if (!metadata.cues.empty()) PutEvenChunk(bytes, "cue ", MakeCues(metadata.cues));
+    if (std::string list = MakeCueNames(metadata.cues); list.size() > 4)
+        PutEvenChunk(bytes, "LIST", std::move(list));
+    if (metadata.instrument) PutEvenChunk(bytes, "smpl", MakeSampler(*metadata.instrument, rateHz));
 }
 
 }  // namespace
