@@ -1,0 +1,142 @@
+#include "host/ChainProcessor.h"
+
+#include <algorithm>
+#include <limits>
+
+#include <fmt/core.h>
+
+#include "host/Faults.h"
+#include "host/Parameters.h"
+#include "host/Text.h"
+#include "host/Units.h"
+
+namespace zuc::host {
+namespace {
+
+using kraaudiofilterhost::AudioFilterParameterRole;
+
+Error UnknownPreset(const ChainStep& step,
+                    const std::string& slug,
+                    const UserPresets& presets,
+                    const AudioFilter& filter) {
+    std::vector<std::string> names = GetFactoryPresetNames(filter);
+    for (std::string& name : presets.GetNames(slug)) names.push_back(std::move(name));
+    std::vector<std::string> quoted;
+    for (const std::string& name : names) quoted.push_back(fmt::format("'{}'", name));
+    constexpr std::size_t kMostListed = 12;
+    return {ExitCode::kUsage, slug + " has no preset '" + step.preset + "'",
+            names.size() <= kMostListed ? Join(quoted)
+                                        : fmt::format("what 'zuc preset list {}' shows", slug),
+            DidYouMean(step.preset, names)};
+}
+
+/// Applies the named preset; returns its name as it is shown.
+std::string ApplyPreset(const ChainStep& step,
+                        const std::string& slug,
+                        const UserPresets& presets,
+                        AudioFilter& filter) {
+    if (const int factory = FindFactoryPreset(filter, step.preset); factory >= 0) {
+        filter.SetFactoryPreset(factory);
+        return kracore::utility::ToUtf8(filter.GetFactoryPresetName(factory));
+    }
+    const auto saved = presets.Load(slug, step.preset);
+    // A saved preset builds on a factory preset at most, so that no two can refer to each other.
+    if (!saved || (!saved->preset.empty() && FindFactoryPreset(filter, saved->preset) < 0))
+        throw UnknownPreset(saved ? *saved : step, slug, presets, filter);
+    ApplyStep(*saved, slug, presets, filter);
+    return step.preset;
+}
+
+Setting ApplySetting(const Setting& setting,
+                     const std::string& slug,
+                     const std::vector<Parameter>& parameters,
+                     AudioFilter& filter) {
+    const auto meant = FindParameters(parameters, setting.name, slug);
+    Setting resolved;
+    for (const Parameter* parameter : meant) {
+        if (parameter->role == AudioFilterParameterRole::kFollowsLayout)
+            throw Error(ExitCode::kUsage,
+                        slug + ": " + parameter->slug + " follows the channels and cannot be set");
+        const float normalized = ParseValue(*parameter, setting.text, slug);
+        filter.SetParameterAutomated(parameter->index, normalized);
+        const std::string& name = parameter->slug;
+        resolved = {meant.size() > 1 ? name.substr(0, name.find('.')) : name,
+                    FormatValue(*parameter, normalized)};
+    }
+    return resolved;
+}
+
+}  // namespace
+
+ChainStep ApplyStep(const ChainStep& step,
+                    const std::string& slug,
+                    const UserPresets& presets,
+                    AudioFilter& filter) {
+    Faults faults;
+    ChainStep resolved{slug, {}, {}};
+    if (!step.preset.empty())
+        faults.Try([&] { resolved.preset = ApplyPreset(step, slug, presets, filter); });
+    const std::vector<Parameter> parameters = GetParameters(filter);
+    for (const Setting& setting : step.settings)
+        faults.Try(
+            [&] { resolved.settings.push_back(ApplySetting(setting, slug, parameters, filter)); });
+    faults.ThrowIfAny();
+    return resolved;
+}
+
+ChainProcessor::ChainProcessor(const Chain& chain,
+                               const EffectCatalogue& catalogue,
+                               const UserPresets& presets,
+                               float rateHz,
+                               std::size_t channels,
+                               int maximumBlockFrames)
+    : channelCount_(channels),
+      maximumBlockFrames_(maximumBlockFrames),
+      silence_(static_cast<std::size_t>(maximumBlockFrames)),
+      inputs_(channels) {
+    Faults faults;
+    for (const ChainStep& step : chain)
+        faults.Try([&] {
+            const Effect& effect = catalogue.Find(step.effect);
+            AudioFilterPtr filter = CreateForFormat(effect, rateHz, channels, maximumBlockFrames);
+            if (filter->IsOfflineProcess())
+                throw Error(ExitCode::kUsage,
+                            effect.slug + " works on whole files and cannot stand in a chain");
+            filter->SetRenderingContext(kraaudiofilterhost::RenderingContext::kOffline);
+            resolved_.push_back(ApplyStep(step, effect.slug, presets, *filter));
+            filters_.push_back(std::move(filter));
+        });
+    faults.ThrowIfAny();
+    for (const AudioFilterPtr& filter : filters_)
+        inputs_.resize(std::max(inputs_.size(), filter->GetNumberOfInputChannels()));
+    std::fill(inputs_.begin(), inputs_.end(), silence_.data());
+}
+
+void ChainProcessor::Resume() {
+    for (const AudioFilterPtr& filter : filters_) filter->Resume();
+}
+
+void ChainProcessor::Process(float** audio, int frames) {
+    std::copy_n(audio, channelCount_, inputs_.begin());
+    kraaudiofilterhost::Flags outFlags;
+    for (const AudioFilterPtr& filter : filters_)
+        filter->Process(inputs_.data(), audio, frames, {}, outFlags);
+}
+
+void ChainProcessor::Suspend() {
+    for (const AudioFilterPtr& filter : filters_) filter->Suspend();
+}
+
+std::int64_t ChainProcessor::GetLatencyFrames() const {
+    std::int64_t sum = 0;
+    for (const AudioFilterPtr& filter : filters_) sum += std::max(0, filter->GetInitialDelay());
+    return sum;
+}
+
+std::int64_t ChainProcessor::GetTailFrames() const {
+    std::int64_t sum = 0;
+    for (const AudioFilterPtr& filter : filters_) sum += std::max(0, filter->GetTail());
+    return std::min<std::int64_t>(sum, std::numeric_limits<int>::max());
+}
+
+}  // namespace zuc::host

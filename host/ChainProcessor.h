@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "host/Chain.h"
+#include "host/EffectCatalogue.h"
+#include "host/UserPresets.h"
+
+namespace zuc::host {
+
+/// A chain that processes: its effects, created, set and ready for one rate and channel count.
+///
+/// Audio is planar 32-bit float, as in AudioFilter. An effect's side chain is fed silence.
+class ChainProcessor {
+public:
+    /// Creates every effect, applies its preset (factory or saved by the user) and then its settings in
+    /// order. Throws Error, or an ErrorList with every fault of the chain. [host]
+    ChainProcessor(const Chain& chain,
+                   const EffectCatalogue& catalogue,
+                   const UserPresets& presets,
+                   float rateHz,
+                   std::size_t channels,
+                   int maximumBlockFrames);
+
+    void Resume();  // [audio]
+    /// Processes `frames` (at most the block length) frames in place, `audio[c][i]`.
+    void Process(float** audio, int frames);  // [audio]
+    void Suspend();                           // [audio]
+
+    /// Sums over the effects. The tail of a loop that never ends is std::numeric_limits<int>::max().
+    std::int64_t GetLatencyFrames() const;  // [host]
+    std::int64_t GetTailFrames() const;     // [host]
+
+    /// The chain with every name and value in its usual form, as it is saved. [host]
+    const Chain& GetResolvedChain() const { return resolved_; }
+    const std::vector<AudioFilterPtr>& GetFilters() const { return filters_; }
+    std::size_t GetChannelCount() const { return channelCount_; }
+    int GetMaximumBlockFrames() const { return maximumBlockFrames_; }
+
+private:
+    std::size_t channelCount_;
+    int maximumBlockFrames_;
+    std::vector<AudioFilterPtr> filters_;
+    Chain resolved_;
+    std::vector<float> silence_;  // one block
+    std::vector<float*> inputs_;  // main channels, then side-chain channels
+};
+
+/// Applies preset and settings of `step` to `filter`, an effect called `slug`. Returns the step with
+/// names and values in their usual form. Throws Error or ErrorList. [host]
+ChainStep ApplyStep(const ChainStep& step,
+                    const std::string& slug,
+                    const UserPresets& presets,
+                    AudioFilter& filter);
+
+}  // namespace zuc::host

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "host/Error.h"
+
+namespace zuc::host {
+
+using Json = nlohmann::ordered_json;
+
+/// Parses JSON text of at most `maximumDepth` nested values. Repeated keys and everything that is no
+/// JSON throw Error (kUsage) with line and column, beginning with `source`. [any]
+Json ParseJson(std::string_view text, std::string_view source, int maximumDepth = 16);
+
+/// One value of a parsed text together with its place ("chain.json: effects[1].settings"), so that
+/// faults say where they are. Every operation throws Error (kUsage) when the value is not like that.
+class JsonValue {
+public:
+    JsonValue(const Json& json, std::string place) : json_(json), place_(std::move(place)) {}
+
+    /// The member `key` of this object.
+    JsonValue Require(std::string_view key) const;
+    bool Has(std::string_view key) const { return json_.contains(std::string(key)); }
+    /// That this is an object without keys other than `allowed`.
+    void RequireKeys(const std::vector<std::string>& allowed) const;
+    void RequireObject() const;
+    std::vector<JsonValue> GetElements() const;
+    std::string GetText() const;
+    double GetNumber(double lo, double hi) const;
+    /// A whole number.
+    int GetInteger(int lo, int hi) const;
+
+    const Json& Get() const { return json_; }
+    [[noreturn]] void Refuse(const std::string& what, const std::string& allowed = {}) const;
+
+private:
+    const Json& json_;
+    std::string place_;
+};
+
+}  // namespace zuc::host

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/AudioReader.h"
+#include "host/AudioWriter.h"
+#include "host/ChainProcessor.h"
+#include "host/TimeRange.h"
+
+namespace zuc::host {
+
+/// What happens to samples beyond full scale.
+enum class OnClip {
+    kWarn,      // they are counted; integers cut them off
+    kError,     // the job fails and leaves no output
+    kLimit,     // a look-ahead limiter keeps them at full scale
+    kNormalize  // the whole output becomes quieter, so that its peak is at full scale
+};
+
+/// How long the output goes on behind the input.
+struct Tail {
+    enum class Kind { kAuto, kNone, kSeconds } kind = Kind::kAuto;  // kAuto: as the effects report
+    double seconds = 0.0;
+    bool operator==(const Tail&) const = default;
+};
+/// Reads "auto", "none" or a time. Throws Error (kUsage). [any]
+Tail ParseTail(std::string_view text);
+
+/// The longest tail that kAuto gives; feedback at 100 % reports one without end.
+inline constexpr double kMaximumAutoTailSeconds = 30.0;
+
+struct RenderProgress {
+    std::int64_t framesDone = 0;    // of the output
+    std::int64_t framesTotal = -1;  // -1 when not known
+    std::int64_t overs = 0;
+    int pass = 1;
+    int passCount = 1;
+};
+
+struct RenderOptions {
+    TimeRange range;
+    Tail tail;
+    OnClip onClip = OnClip::kWarn;
+    /// Path, format, samples, dither and quality; the rest follows from the source.
+    AudioWriterOptions output;
+    /// Called after every block.
+    std::function<void(const RenderProgress&)> progress;
+    /// Set from outside to stop; Render then throws Interrupted.
+    const std::atomic<int>* interrupted = nullptr;
+};
+
+struct RenderReport {
+    AudioFileInfo input;
+    AudioFileInfo output;
+    std::int64_t framesIn = 0;
+    std::int64_t framesOut = 0;
+    std::int64_t latencyFrames = 0;  // of the chain; removed from the output
+    std::int64_t tailFrames = 0;
+    bool isTailCut = false;  // the effects report more than kMaximumAutoTailSeconds
+    Overs overs;
+    float normalizeGainDb = 0.0f;
+    float limiterLowestGainDb = 0.0f;
+    std::int64_t nonFiniteSamplesIn = 0;
+    std::vector<std::string> lostMetadata;
+    bool isInputTruncated = false;
+    double seconds = 0.0;     // of work
+    double GetSpeed() const;  // seconds of audio per second of work
+};
+
+/// Thrown when RenderOptions::interrupted was set; nothing was written.
+class Interrupted : public std::exception {
+public:
+    const char* what() const noexcept override { return "interrupted"; }
+};
+
+/// Runs `reader` through `chain` into a new file.
+///
+/// The chain's rate may differ from the reader's; the input is resampled first. The output begins with
+/// the first frame of the range, whatever the chain's latency, and is as long as the range plus the
+/// tail. It appears whole or, after any failure, not at all. An empty chain of the same rate writes the
+/// samples bit for bit as they were. Results do not depend on the chain's block length. Throws Error or
+/// Interrupted. [worker]
+RenderReport Render(AudioReader& reader,
+                    ChainProcessor& chain,
+                    int chainRateHz,
+                    const RenderOptions& options);
+
+}  // namespace zuc::host

@@ -1,0 +1,107 @@
+#include "TestEffects.h"
+
+#include <array>
+#include <limits>
+#include <vector>
+
+#include "Components/TableDriven.h"
+
+namespace zuc::host::test {
+namespace {
+
+using components::CatalogueEntry;
+using components::Category;
+using components::EffectTables;
+using components::EnumEntry;
+using components::Kind;
+using components::MultiChannelComponentBase;
+using components::ParameterRow;
+using components::PresetRow;
+using components::Role;
+using kraaudiofilterhost::Flags;
+
+enum Parameter { kLevel, kTime, kDelayTime, kCutoff, kMix, kMode, kBypass, kVoices, kUnit, kCount };
+
+constexpr std::array kModes{EnumEntry{"$$$/Test/LowPass=Low Pass"},
+                            EnumEntry{"$$$/Test/HighPass=High Pass"},
+                            EnumEntry{"$$$/Test/BandPass=Band Pass"}};
+// clang-format off
+constexpr std::array<ParameterRow, kCount> kParameters{{
+    {kLevel,     "$$$/Test/Level=Level",                   "dB",    Kind::kLinear,      -60,   12,  0},
+    {kTime,      "$$$/Test/FadeTime=Fade Time",            "s",     Kind::kLinear,        0,    2,  1},
+    {kDelayTime, "$$$/Test/DelayLeft=Delay Time (Left)",   "ms",    Kind::kLinear,     -500,  500,  0},
+    {kCutoff,    "$$$/Test/EQCutoff=Cutoff",               "Hz",    Kind::kLogarithmic,  20, 20000, 1000},
+    {kMix,       "$$$/Test/Mix=Mix",                       "%",     Kind::kLinear,        0,  100, 50},
+    {kMode,      "$$$/Test/FilterMode=Mode",               "",      Kind::kEnum,          0,    2,  0, true, Role::kControl, kModes},
+    {kBypass,    "$$$/Test/Bypass=Bypass",                 "",      Kind::kBool,          0,    1,  0},
+    {kVoices,    "$$$/Test/XYCount=Voices",                "pairs", Kind::kLinear,        0,    7,  3},
+    {kUnit,      "$$$/Test/NumChannels=Channels",          "",      Kind::kLinear,        0,    8,  2, false, Role::kFollowsLayout},
+}};
+constexpr std::array kPresets{
+    PresetRow("$$$/Test/DefaultPresetName=(Default)",             0, 1,    0, 1000, 50, 0, 0, 3, 2),
+    PresetRow("$$$/Test/Presets/HalfLevel=3:1, Half < level",    -6, 1,    0, 1000, 50, 0, 0, 3, 2),
+};
+// clang-format on
+constexpr EffectTables kTables{"$$$/Test/TestDelayTitle=Test Delay", kParameters, kPresets};
+static_assert(IsWellFormed(kTables));
+
+class TestDelay final : public components::TableDriven<MultiChannelComponentBase> {
+public:
+    TestDelay() : TableDriven(kTables, u"test.TestDelay", 8) {
+        RegisterParameterInfos();
+        OnNumberOfChannelsChanged(2);
+    }
+    int GetInitialDelay() const override { return kDelayLatencyFrames; }
+    int GetTail() const override { return kDelayTailFrames; }
+    void Resume() override {
+        TableDriven::Resume();
+        OnNumberOfChannelsChanged(history_.size());
+    }
+    void Process(float** in, float** out, int frames, Flags, Flags&) override {
+        const float gain = std::pow(10.0f, Value(kLevel) / 20.0f);
+        for (std::size_t c = 0; c < history_.size(); ++c)
+            for (int i = 0; i < frames; ++i) {
+                std::vector<float>& past = history_[c];
+                past.push_back(in[c][i]);
+                const float late = past[past.size() - 1 - kDelayLatencyFrames];
+                const float later = past[past.size() - 1 - kDelayLatencyFrames - kDelayTailFrames];
+                out[c][i] = gain * (late + 0.5f * later);
+            }
+    }
+
+protected:
+    void OnNumberOfChannelsChanged(std::size_t channels) override {
+        history_.assign(channels,
+                        std::vector<float>(kDelayLatencyFrames + kDelayTailFrames + 1, 0.0f));
+    }
+
+private:
+    std::vector<std::vector<float>> history_;
+};
+
+class TestEndless final : public MultiChannelComponentBase {
+public:
+    TestEndless() : MultiChannelComponentBase(u"test.TestEndless", u"Endless", 32) {}
+    int GetTail() const override { return std::numeric_limits<int>::max(); }
+
+protected:
+    void OnNumberOfChannelsChanged(std::size_t) override {}
+};
+
+template <class Effect>
+kraaudiofilterhost::AudioFilterPtr Create() {
+    return new Effect;
+}
+
+constexpr std::array kEffects{
+    CatalogueEntry{u"test.TestDelay", "$$$/Test/TestDelayTitle=Test Delay", Category::kDelayReverb,
+                   Create<TestDelay>},
+    CatalogueEntry{u"test.TestEndless", "$$$/Test/EndlessTitle=Endless", Category::kFilter,
+                   Create<TestEndless>},
+};
+
+}  // namespace
+
+std::span<const CatalogueEntry> GetTestEffects() { return kEffects; }
+
+}  // namespace zuc::host::test
