@@ -1,0 +1,265 @@
+#include "CommandLine.h"
+
+#include <algorithm>
+#include <deque>
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+#include "host/Faults.h"
+#include "host/Text.h"
+
+namespace zuc::cli {
+namespace {
+
+using host::Error;
+using host::ExitCode;
+
+/// A command of the program: its parser, what it asks for, and the arguments that it cannot do without.
+struct Command {
+    CLI::App* app = nullptr;
+    std::function<Request()> makeRequest;
+    std::vector<std::pair<std::string, const std::string*>> required;  // name as shown, value
+};
+
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  zuc list                                     show every effect\n"
+    "  zuc describe amplify                         show its parameters and presets\n"
+    "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
+    "  zuc process in.wav out.flac -e 'amplify:preset=+3dB Boost' --on-clip limit\n"
+    "  cat in.wav | zuc process - - -e amplify:gain=3dB | aplay\n"
+    "  zuc demo                                     hear what it does\n"
+    "\n"
+    "'zuc COMMAND --help' tells more about a command.";
+
+constexpr const char* kProcessExamples =
+    "An effect is NAME or NAME:SETTING=VALUE,SETTING=VALUE… or @chain.json:\n"
+    "  -e amplify:gain=-6dB              all channels\n"
+    "  -e amplify:gain.1=-6dB,gain.2=0   channel by channel\n"
+    "  -e 'amplify:preset=+3dB Boost'    a preset, of the effect or saved by you\n"
+    "Values carry units (-6dB, 348.8ms, 0.35s, 1.2kHz, 64%, on, off); without one they are in the\n"
+    "parameter's own unit. 'zuc describe EFFECT' shows the settings.\n"
+    "\n"
+    "Examples:\n"
+    "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
+    "  zuc process in.wav out.flac --bits 16 --on-clip limit -e amplify:gain=+12dB\n"
+    "  zuc process in.wav part.wav --range 0:30..1:00          cut a part\n"
+    "  zuc process in.wav out.wav --chain voice.json --tail 2  two seconds behind the end\n"
+    "  zuc process - - --format flac -e amplify < in.wav > out.flac\n"
+    "\n"
+    "The output begins where the input does, whatever the latency of the effects. It appears whole "
+    "or\n"
+    "not at all. Exit codes: 0 done, 1 processing, 2 usage, 3 input, 4 output, 6 clipped,\n"
+    "130 and 143 interrupted.";
+
+constexpr const char* kReplayExamples =
+    "SCRIPT.json: {\"effect\": \"Amplify\", \"rate\": 48000, \"channels\": 2, \"events\": [\n"
+    "  {\"op\": \"param\", \"index\": 2, \"n\": 0.7}, {\"op\": \"resume\"},\n"
+    "  {\"op\": \"process\", \"frames\": 4800, \"block\": 256}, {\"op\": \"get\", \"index\": 0}]}\n"
+    "Operations: rate, channels, param, preset, begin, end, resume, suspend, process, get, "
+    "latency,\n"
+    "name, curve. The output is 32-bit float: exactly the processed frames, latency included.\n"
+    "\n"
+    "Example:\n"
+    "  zuc replay script.json in.wav out.wav --log answers.json";
+
+class Parser {
+public:
+    Parser() : app_("zuc: audio effects for files, pipes and scripts", "zuc") {
+        app_.footer(kExamples);
+        app_.add_flag("--version", version_, "Show the version");  // Main answers it
+        app_.allow_extras();
+        AddList();
+        AddDescribe();
+        AddProcess();
+        AddReplay();
+        AddPreset();
+        AddDoctor();
+        AddDemo();
+    }
+
+    Request Parse(int argc, char** argv) {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::CallForHelp&) {
+            return HelpRequest{app_.help()};
+        } catch (const CLI::CallForAllHelp&) {
+            return HelpRequest{app_.help("", CLI::AppFormatMode::All)};
+        } catch (const CLI::ParseError& error) {
+            throw Error(ExitCode::kUsage, error.what(), "", "see 'zuc --help'");
+        }
+        const auto chosen = std::find_if(commands_.begin(), commands_.end(),
+                                         [](const Command& c) { return c.app->parsed(); });
+        if (chosen == commands_.end()) return ExplainMissingCommand();
+        CheckArguments(*chosen);
+        return chosen->makeRequest();
+    }
+
+private:
+    Request ExplainMissingCommand() {
+        for (CLI::App* group : app_.get_subcommands())  // "zuc preset" without a verb
+            if (group->remaining().empty()) return HelpRequest{group->help(), true};
+        CLI::App* parent = app_.get_subcommands().empty() ? &app_ : app_.get_subcommands().front();
+        if (parent->remaining().empty()) return HelpRequest{app_.help(), true};
+        std::vector<std::string> names;
+        for (const CLI::App* command : parent->get_subcommands([](CLI::App*) { return true; }))
+            names.push_back(command->get_name());
+        const std::string word = parent->remaining().front();
+        const std::string what = word.starts_with('-') ? "option" : "command";
+        throw Error(ExitCode::kUsage, "there is no " + what + " '" + word + "'", host::Join(names),
+                    host::DidYouMean(word, names));
+    }
+
+    static void CheckArguments(const Command& command) {
+        host::Faults faults;
+        const std::string name = command.app->get_name();
+        for (const std::string& extra : command.app->remaining()) {
+            std::vector<std::string> known;
+            for (const CLI::Option* option : command.app->get_options())
+                for (const std::string& longName : option->get_lnames())
+                    known.push_back("--" + longName);
+            const bool isOption = extra.size() > 1 && extra[0] == '-';
+            faults.Add(
+                Error(ExitCode::kUsage,
+                      name + (isOption ? " has no option '" : " does not expect '") + extra + "'",
+                      isOption ? host::Join(known) : "",
+                      host::DidYouMean(extra.substr(0, extra.find('=')), known)));
+        }
+        for (const auto& [argument, value] : command.required)
+            if (value->empty())
+                faults.Add(Error(ExitCode::kUsage, name + ": " + argument + " is missing", "",
+                                 "see 'zuc " + name + " --help'"));
+        faults.ThrowIfAny();
+    }
+
+    template <class Options>
+    Command& AddCommand(CLI::App& parent, const char* name, const char* what, Options& options) {
+        CLI::App* app = parent.add_subcommand(name, what);
+        app->allow_extras();
+        commands_.push_back({app, [&options]() -> Request { return options; }, {}});
+        return commands_.back();
+    }
+
+    void AddList() {
+        Command& command = AddCommand(app_, "list", "Show every effect", list_);
+        command.app->add_flag("--json", list_.json, "For programs");
+    }
+
+    void AddDescribe() {
+        Command& command = AddCommand(
+            app_, "describe", "Show an effect's parameters, presets and layouts", describe_);
+        command.app->add_option("EFFECT", describe_.effect, "Its name, as 'zuc list' shows it");
+        command.app->add_flag("--json", describe_.json, "For programs");
+        command.app->footer("Example:\n  zuc describe amplify");
+        command.required = {{"EFFECT", &describe_.effect}};
+    }
+
+    void AddProcess() {
+        Command& command = AddCommand(app_, "process", "Run a file through effects", process_);
+        ProcessOptions& o = process_;
+        CLI::App& app = *command.app;
+        app.add_option("IN", o.input, "Audio file to read; - is standard input");
+        app.add_option("OUT", o.output, "Audio file to write; - is standard output");
+        app.add_option("-e,--effect", o.effects, "Effect to run through; repeat for a chain")
+            ->allow_extra_args(false);
+        app.add_option("--chain", o.chainFile, "Chain file, before the effects of -e");
+        app.add_option("--save-chain", o.saveChainFile, "Save the chain to a file");
+        app.add_option("--range", o.range, "Part of the input: BEGIN..END, in seconds or mm:ss");
+        app.add_option("--tail", o.tail,
+                       "Output behind the end of the input: auto, none or seconds");
+        app.add_option("--bits", o.bits, "Depth of the output: 16, 24, 32 or float");
+        app.add_option("--format", o.format, "Format of the output, if its name does not tell");
+        app.add_option("--rate", o.rate, "Sample rate of the output, in Hz");
+        app.add_option("--on-clip", o.onClip,
+                       "Samples beyond full scale: warn, error, limit, normalize");
+        app.add_flag("--no-dither", o.noDither, "Round to 16 bits without dither");
+        app.add_option("--block", o.block, "Frames per block; changes no sample");
+        app.add_flag("-y,--yes", o.overwrite, "Replace an existing output");
+        app.add_flag("-n,--no-overwrite", o.keepExisting, "Never replace an existing output");
+        AddTalk(app, o.talk);
+        app.footer(kProcessExamples);
+        command.required = {{"IN", &o.input}, {"OUT", &o.output}};
+    }
+
+    static void AddTalk(CLI::App& app, TalkOptions& talk) {
+        app.add_flag("--json", talk.json, "Report for programs");
+        app.add_option("--progress", talk.progress, "Show progress: auto, always, never or json");
+        app.add_flag("-q,--quiet", talk.quiet, "Say nothing but errors");
+        app.add_flag("-v,--verbose", talk.verbose, "Say more");
+    }
+
+    void AddReplay() {
+        Command& command =
+            AddCommand(app_, "replay", "Play a script of contract calls on one effect", replay_);
+        ReplayOptions& o = replay_;
+        command.app->add_option("SCRIPT", o.script, "The script, JSON");
+        command.app->add_option("IN", o.input, "Audio file that feeds the effect");
+        command.app->add_option("OUT", o.output, "Audio file to write");
+        command.app->add_option("--side", o.sideChain, "Audio file that feeds the side chain");
+        command.app->add_option("--log", o.log,
+                                "Where the answers go, as JSON; - is standard output");
+        command.app->footer(kReplayExamples);
+        command.required = {{"SCRIPT", &o.script}, {"IN", &o.input}, {"OUT", &o.output}};
+    }
+
+    void AddPreset() {
+        CLI::App* group = app_.add_subcommand("preset", "List, show and save presets");
+        group->allow_extras();
+        group->footer(
+            "Examples:\n"
+            "  zuc preset list amplify\n"
+            "  zuc preset show amplify '+3dB Boost'\n"
+            "  zuc preset save amplify 'My Boost' gain=+4dB\n"
+            "Saved presets are used like those of the effect: -e 'amplify:preset=My Boost'");
+        Command& list =
+            AddCommand(*group, "list", "Show the presets of one or all effects", presetList_);
+        list.app->add_option("EFFECT", presetList_.effect, "Whose; all without it");
+        list.app->add_flag("--json", presetList_.json, "For programs");
+
+        Command& show = AddCommand(*group, "show", "Show what a preset sets", presetShow_);
+        show.app->add_option("EFFECT", presetShow_.effect, "Whose");
+        show.app->add_option("NAME", presetShow_.name, "Its name");
+        show.app->add_flag("--json", presetShow_.json, "As a chain file");
+        show.required = {{"EFFECT", &presetShow_.effect}, {"NAME", &presetShow_.name}};
+
+        Command& save = AddCommand(*group, "save", "Save settings under a name", presetSave_);
+        save.app->add_option("EFFECT", presetSave_.effect, "Whose");
+        save.app->add_option("NAME", presetSave_.name, "Its name");
+        save.app->add_option("SETTING", presetSave_.settings, "NAME=VALUE, also preset=NAME");
+        save.app->add_option("-e,--effect", presetSave_.step, "The same as EFFECT:NAME=VALUE,…");
+        save.app->add_flag("-y,--yes", presetSave_.overwrite, "Replace a preset of that name");
+        save.required = {{"EFFECT", &presetSave_.effect}, {"NAME", &presetSave_.name}};
+    }
+
+    void AddDoctor() {
+        Command& command =
+            AddCommand(app_, "doctor", "Check that this installation works", doctor_);
+        command.app->add_flag("--json", doctor_.json, "For programs");
+    }
+
+    void AddDemo() {
+        Command& command = AddCommand(app_, "demo", "Compose a short piece and process it", demo_);
+        command.app->add_option("DIR", demo_.folder, "Folder for the results (zuc-demo)");
+        command.app->add_flag("-q,--quiet", demo_.quiet, "Say nothing but errors");
+    }
+
+    CLI::App app_;
+    bool version_ = false;
+    std::deque<Command> commands_;  // AddCommand hands out references
+    ListOptions list_;
+    DescribeOptions describe_;
+    ProcessOptions process_;
+    ReplayOptions replay_;
+    PresetListOptions presetList_;
+    PresetShowOptions presetShow_;
+    PresetSaveOptions presetSave_;
+    DoctorOptions doctor_;
+    DemoOptions demo_;
+};
+
+}  // namespace
+
+Request ParseCommandLine(int argc, char** argv) { return Parser().Parse(argc, argv); }
+
+}  // namespace zuc::cli

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace zuc::cli {
+
+// What a person typed, one struct per command. Values are texts still: each command reads its own, so
+// that all faults of a command line come together.
+
+struct ListOptions {
+    bool json = false;
+};
+
+struct DescribeOptions {
+    std::string effect;
+    bool json = false;
+};
+
+/// How a job talks while it runs and when it is done.
+struct TalkOptions {
+    std::string progress = "auto";
+    bool quiet = false;
+    bool verbose = false;
+    bool json = false;
+};
+
+struct ProcessOptions {
+    std::string input;
+    std::string output;
+    std::vector<std::string> effects;
+    std::string chainFile;
+    std::string saveChainFile;
+    std::string range;
+    std::string tail = "auto";
+    std::string bits;
+    std::string format;
+    std::string rate;
+    std::string onClip = "warn";
+    std::string block;
+    bool noDither = false;
+    bool overwrite = false;
+    bool keepExisting = false;
+    TalkOptions talk;
+};
+
+struct ReplayOptions {
+    std::string script;
+    std::string input;
+    std::string output;
+    std::string sideChain;
+    std::string log;
+};
+
+struct PresetListOptions {
+    std::string effect;  // empty: all
+    bool json = false;
+};
+struct PresetShowOptions {
+    std::string effect;
+    std::string name;
+    bool json = false;
+};
+struct PresetSaveOptions {
+    std::string effect;
+    std::string name;
+    std::vector<std::string> settings;  // "gain=-6dB"
+    std::string step;                   // "amplify:gain=-6dB"
+    bool overwrite = false;
+};
+
+struct DoctorOptions {
+    bool json = false;
+};
+
+struct DemoOptions {
+    std::string folder = "zuc-demo";
+    bool quiet = false;
+};
+
+/// Nothing to do: `text` is what to print, on standard output unless the command line was in error.
+struct HelpRequest {
+    std::string text;
+    bool isError = false;
+};
+
+using Request = std::variant<HelpRequest,
+                             ListOptions,
+                             DescribeOptions,
+                             ProcessOptions,
+                             ReplayOptions,
+                             PresetListOptions,
+                             PresetShowOptions,
+                             PresetSaveOptions,
+                             DoctorOptions,
+                             DemoOptions>;
+
+/// Throws host::Error (kUsage), or a host::ErrorList with all faults of the line.
+Request ParseCommandLine(int argc, char** argv);
+
+}  // namespace zuc::cli

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "CommandLine.h"
+
+namespace zuc::cli {
+
+// One function per command; each returns the exit code, or throws host::Error, host::Interrupted.
+
+int RunList(const ListOptions& options);
+int RunDescribe(const DescribeOptions& options);
+int RunProcess(const ProcessOptions& options);
+int RunReplayCommand(const ReplayOptions& options);
+int RunPresetList(const PresetListOptions& options);
+int RunPresetShow(const PresetShowOptions& options);
+int RunPresetSave(const PresetSaveOptions& options);
+int RunDoctor(const DoctorOptions& options);
+int RunDemo(const DemoOptions& options);
+
+}  // namespace zuc::cli

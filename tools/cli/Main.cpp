@@ -1,0 +1,79 @@
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "Commands.h"
+#include "Components/Library.h"
+#include "Console.h"
+#include "Signals.h"
+#include "host/Render.h"
+
+namespace {
+
+using namespace zuc;
+
+constexpr int kSignalBase = 128;  // how shells tell a process that a signal ended
+
+/// The library runs while this lives.
+struct LibraryScope {
+    LibraryScope() { Initialize(); }
+    ~LibraryScope() { Terminate(); }
+    LibraryScope(const LibraryScope&) = delete;
+    LibraryScope& operator=(const LibraryScope&) = delete;
+};
+
+int ShowHelp(const cli::HelpRequest& request) {
+    if (!request.isError) {
+        cli::Print(request.text);
+        return static_cast<int>(host::ExitCode::kDone);
+    }
+    cli::Say(request.text);
+    return static_cast<int>(host::ExitCode::kUsage);
+}
+
+template <class... Visitors>
+struct Overloaded : Visitors... {
+    using Visitors::operator()...;
+};
+template <class... Visitors>
+Overloaded(Visitors...) -> Overloaded<Visitors...>;
+
+int Run(int argc, char** argv) {
+    const cli::Request request = cli::ParseCommandLine(argc, argv);
+    if (const auto* help = std::get_if<cli::HelpRequest>(&request)) return ShowHelp(*help);
+    const LibraryScope library;
+    return std::visit(
+        Overloaded{[](const cli::HelpRequest& o) { return ShowHelp(o); },
+                   [](const cli::ListOptions& o) { return cli::RunList(o); },
+                   [](const cli::DescribeOptions& o) { return cli::RunDescribe(o); },
+                   [](const cli::ProcessOptions& o) { return cli::RunProcess(o); },
+                   [](const cli::ReplayOptions& o) { return cli::RunReplayCommand(o); },
+                   [](const cli::PresetListOptions& o) { return cli::RunPresetList(o); },
+                   [](const cli::PresetShowOptions& o) { return cli::RunPresetShow(o); },
+                   [](const cli::PresetSaveOptions& o) { return cli::RunPresetSave(o); },
+                   [](const cli::DoctorOptions& o) { return cli::RunDoctor(o); },
+                   [](const cli::DemoOptions& o) { return cli::RunDemo(o); }},
+        request);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        // Before anything is parsed or loaded: scripts ask for it often.
+        if (argc == 2 && std::string_view(argv[1]) == "--version") {
+            cli::Print("zuc " ZUC_VERSION "\n");
+            return static_cast<int>(host::ExitCode::kDone);
+        }
+        cli::WatchSignals();
+        return Run(argc, argv);
+    } catch (const host::Interrupted&) {
+        return kSignalBase + cli::GetInterruption();
+    } catch (const host::Error& error) {
+        cli::SayError(error);
+        return static_cast<int>(error.GetCode());
+    } catch (const std::exception& error) {
+        cli::SayError(host::Error(host::ExitCode::kProcessing, error.what()));
+        return static_cast<int>(host::ExitCode::kProcessing);
+    }
+}

@@ -1,0 +1,114 @@
+#include "Report.h"
+
+#include <cmath>
+
+#include <fmt/format.h>
+
+#include "Console.h"
+#include "Progress.h"
+#include "host/JsonReader.h"
+#include "host/Text.h"
+
+namespace zuc::cli {
+namespace {
+
+using host::Json;
+
+std::string DescribeFile(const host::AudioFileInfo& info) {
+    return fmt::format("{} ({}, {}, {} Hz, {} channel{})",
+                       info.path == "-" ? "standard stream" : info.path, info.format, info.encoding,
+                       info.rateHz, info.channels, info.channels == 1 ? "" : "s");
+}
+
+Json FileToJson(const host::AudioFileInfo& info, std::int64_t frames) {
+    return {{"path", info.path},         {"format", info.format}, {"encoding", info.encoding},
+            {"bits", info.bits},         {"float", info.isFloat}, {"rate", info.rateHz},
+            {"channels", info.channels}, {"frames", frames}};
+}
+
+/// Decibels of a linear peak; silence is null.
+Json PeakToJson(float peak) {
+    return peak > 0.0f ? Json(20.0 * std::log10(static_cast<double>(peak))) : Json(nullptr);
+}
+
+}  // namespace
+
+void SayWarnings(const host::RenderReport& report) {
+    const host::Overs& overs = report.overs;
+    if (overs.count > 0)
+        SayWarning(
+            fmt::format("{} samples exceed full scale{}, the first at {} in channel {}; "
+                        "lower the level by {:.1f} dB, or use --on-clip limit or normalize",
+                        overs.count, report.output.isFloat ? "" : " and were cut off",
+                        FormatDuration(overs.firstSeconds), overs.firstChannel + 1,
+                        std::ceil(-overs.GetGainToAvoidDb() * 10.0f) / 10.0f));
+    if (report.nonFiniteSamplesIn > 0)
+        SayWarning(fmt::format("{}: {} samples are no finite numbers", report.input.path,
+                               report.nonFiniteSamplesIn));
+    if (report.isInputTruncated)
+        SayWarning(report.input.path +
+                   ": ends before its header says; what there is was processed");
+    if (report.isTailCut)
+        SayWarning(
+            fmt::format("the effects' tail is longer than {:.0f} s and was cut; --tail sets it",
+                        host::kMaximumAutoTailSeconds));
+    if (!report.lostMetadata.empty())
+        SayWarning(report.output.format + " cannot hold all that the input says: " +
+                   host::Join(report.lostMetadata) + " lost");
+}
+
+void SayReport(const host::RenderReport& report, bool verbose) {
+    const double seconds = static_cast<double>(report.framesOut) / report.output.rateHz;
+    std::string line =
+        fmt::format("{}: {} of audio in {:.2f} s ({:.0f} x real time)", DescribeFile(report.output),
+                    FormatDuration(seconds), report.seconds, report.GetSpeed());
+    if (report.normalizeGainDb < 0.0f)
+        line += fmt::format(", gain {:.2f} dB", report.normalizeGainDb);
+    if (report.limiterLowestGainDb < 0.0f)
+        line += fmt::format(", limited by up to {:.2f} dB", -report.limiterLowestGainDb);
+    Say(line);
+    if (!verbose) return;
+    Say(FormatColumns(
+        {{"input", DescribeFile(report.input) + fmt::format(", {} frames", report.framesIn)},
+         {"output", fmt::format("{} frames", report.framesOut)},
+         {"latency", fmt::format("{} frames, removed", report.latencyFrames)},
+         {"tail", fmt::format("{} frames", report.tailFrames)},
+         {"peak", report.overs.peak > 0.0f
+                      ? fmt::format("{:.2f} dBFS", 20.0f * std::log10(report.overs.peak))
+                      : "silence"}},
+        "  "));
+}
+
+void PrintReportJson(const host::RenderReport& report, const host::Chain& chain, bool toStderr) {
+    const Json json = {
+        {"schema", "zuc.report/1"},
+        {"exitCode", 0},
+        {"input", FileToJson(report.input, report.framesIn)},
+        {"output", FileToJson(report.output, report.framesOut)},
+        {"chain", Json::parse(host::FormatChainJson(chain))["effects"]},
+        {"latencyFrames", report.latencyFrames},
+        {"tailFrames", report.tailFrames},
+        {"tailCut", report.isTailCut},
+        {"overs",
+         {{"count", report.overs.count},
+          {"firstSeconds",
+           report.overs.count > 0 ? Json(report.overs.firstSeconds) : Json(nullptr)},
+          {"firstChannel",
+           report.overs.count > 0 ? Json(report.overs.firstChannel + 1) : Json(nullptr)},
+          {"gainToAvoidDb", report.overs.GetGainToAvoidDb()}}},
+        {"peakDb", PeakToJson(report.overs.peak)},
+        {"normalizeGainDb", report.normalizeGainDb},
+        {"limiterLowestGainDb", report.limiterLowestGainDb},
+        {"nonFiniteSamplesIn", report.nonFiniteSamplesIn},
+        {"lostMetadata", report.lostMetadata},
+        {"inputTruncated", report.isInputTruncated},
+        {"seconds", report.seconds},
+        {"speed", report.GetSpeed()}};
+    const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace);
+    if (toStderr)
+        Say(text);
+    else
+        Print(text + "\n");
+}
+
+}  // namespace zuc::cli
