@@ -12,5 +12,9 @@ inline float GainToDb(float gain) { return 20.0f * std::log10(gain); }
 inline int MsToFrames(double ms, double rateHz) {
     return static_cast<int>(ms / 1000.0 * rateHz + 0.5);
 }
+/// Whole frames of a time, what is left over dropped. [any]
+inline int MsToWholeFrames(double ms, double rateHz) {
+    return static_cast<int>(ms / 1000.0 * rateHz);
+}
 
 }  // namespace dsp
