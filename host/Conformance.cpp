@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "Components/Echo.h"
 #include "host/ConformanceRig.h"
 #include "kraaudiofilterhost/PresetData.h"
 #include "kracore/Localizer.h"
@@ -455,7 +456,9 @@ struct ExceptionRow {
     std::string_view check;
     std::string_view reason;
 };
-constexpr std::array<ExceptionRow, 0> kExceptions{};
+constexpr std::array kExceptions{
+    ExceptionRow{components::kEchoComponentID, "clicks", "the equalizer's band gains change at once, by contract; delays, feedback and levels have a test of their own"},
+};
 // clang-format on
 
 constexpr auto kChecks = [] {

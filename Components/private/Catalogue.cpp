@@ -3,6 +3,8 @@
 #include <array>
 
 #include "Components/Amplify.h"
+#include "Components/Delay.h"
+#include "Components/Echo.h"
 
 namespace zuc::components {
 namespace {
@@ -16,6 +18,8 @@ kraaudiofilterhost::AudioFilterPtr Create() {
 constexpr std::array kCatalogue{
     //             identifier           title key                                   category              creator
     CatalogueEntry{kAmplifyComponentID, "$$$/AudioComponents/AmplifyTitle=Amplify", Category::kAmplitude, Create<Amplify>},
+    CatalogueEntry{kDelayComponentID, "$$$/AudioComponents/DelayTitle=Delay", Category::kDelayReverb, Create<Delay>},
+    CatalogueEntry{kEchoComponentID, "$$$/AudioComponents/EchoTitle=Echo", Category::kDelayReverb, Create<Echo>},
 };
 // clang-format on
 
