@@ -14,7 +14,23 @@ using vector::kOctaveStageCount;
 
 constexpr float kFlatDb = 0.001f;
 constexpr float kFlatGain = 0.0001f;
-constexpr std::size_t kMaxLanes = 4;
+
+enum class Direction { kSideBySide, kApart };
+
+/// Between one array a channel and all channels frame by frame.
+template <std::size_t kLanes, std::size_t kChannels>
+void Transpose(float* side,
+               const std::array<float*, kChannels>& channels,
+               std::size_t frames,
+               Direction direction) {
+    for (std::size_t i = 0; i < frames; ++i)
+        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+            if (direction == Direction::kSideBySide)
+                side[i * kLanes + lane] = channels[lane][i];
+            else
+                channels[lane][i] = side[i * kLanes + lane];
+        }
+}
 
 /// Factor of x, then of each average.
 std::array<double, OctaveEqualizer::kBandCount> Weights(const OctaveEqualizer::BandGains& bands) {
@@ -76,19 +92,17 @@ void OctaveEqualizer::Process(float* const* io, int frames) {
 void OctaveEqualizer::FilterGroup(Group& group,
                                   float* const* io,
                                   std::size_t done,
-                                  std::size_t frames) const {
-    std::array<float, kMaxLanes * kOctaveBlockFrames> side;
-    if (group.channelCount < group.lanes) std::fill_n(side.begin(), frames * group.lanes, 0.0f);
-    for (std::size_t c = 0; c < group.channelCount; ++c) {
-        const float* from = io[group.firstChannel + c] + done;
-        for (std::size_t i = 0; i < frames; ++i) side[i * group.lanes + c] = from[i];
-    }
-    vector::FilterOctaveBands(side.data(), group.state.data(), coefficients_, group.lanes,
+                                  std::size_t frames) {
+    std::array<float*, kMaxLanes> channels{};
+    for (std::size_t lane = 0; lane < group.lanes; ++lane)
+        channels[lane] =
+            lane < group.channelCount ? io[group.firstChannel + lane] + done : spare_.data();
+    const auto transpose =
+        group.lanes == 2 ? Transpose<2, kMaxLanes> : Transpose<kMaxLanes, kMaxLanes>;
+    transpose(side_.data(), channels, frames, Direction::kSideBySide);
+    vector::FilterOctaveBands(side_.data(), group.state.data(), coefficients_, group.lanes,
                               position_, frames);
-    for (std::size_t c = 0; c < group.channelCount; ++c) {
-        float* to = io[group.firstChannel + c] + done;
-        for (std::size_t i = 0; i < frames; ++i) to[i] = side[i * group.lanes + c];
-    }
+    transpose(side_.data(), channels, frames, Direction::kApart);
 }
 
 /// Moves what each stage has yet to subtract in front of its block.

@@ -48,6 +48,7 @@ public:
     static double GetPeakGain(const BandGains& bands);
 
 private:
+    static constexpr std::size_t kMaxLanes = 4;
     /// 2 or 4 channels that are filtered side by side.
     struct Group {
         std::size_t firstChannel;
@@ -55,13 +56,15 @@ private:
         std::size_t lanes;
         std::vector<double> state;
     };
-    void FilterGroup(Group& group, float* const* io, std::size_t done, std::size_t frames) const;
+    void FilterGroup(Group& group, float* const* io, std::size_t done, std::size_t frames);
     static void KeepPast(Group& group);
 
     std::vector<Group> groups_;
     std::array<double, kBandCount> coefficients_{1.0};
     std::size_t position_ = 0;  // frames of the states' blocks that are used
     bool enabled_ = false;
+    std::array<float, kMaxLanes * vector::kOctaveBlockFrames> side_{};  // frames x lanes
+    std::array<float, vector::kOctaveBlockFrames> spare_{};  // silence, of lanes without a channel
 };
 
 }  // namespace dsp

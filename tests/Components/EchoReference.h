@@ -74,7 +74,7 @@ public:
         }
         for (std::size_t c = 0; c < channels_; ++c) ring_[c][write_] = written[c];
         write_ = (write_ + 1) % ring_[0].size();
-        if (fadePosition_ < 0 || ++fadePosition_ < rateHz_ / 10) return;
+        if (fadePosition_ < 0 || ++fadePosition_ < fadeFrames_) return;
         fadePosition_ = -1;
         current_ = target_;
         if (waiting_) StartFade(*waiting_);
@@ -90,7 +90,7 @@ private:
     float Mix(float from, float to) const {
         if (fadePosition_ < 0) return from;
         return from +
-               (to - from) / static_cast<float>(rateHz_ / 10) * static_cast<float>(fadePosition_);
+               (to - from) / static_cast<float>(fadeFrames_) * static_cast<float>(fadePosition_);
     }
     /// The settings of a channel; wider layouts take the left ones, but for the level of channel 1.
     Side Of(const Settings& settings, std::size_t channel) const {
@@ -133,6 +133,7 @@ private:
     };
     std::size_t channels_;
     int rateHz_;
+    int fadeFrames_ = rateHz_ / 10;
     std::vector<std::vector<float>> ring_;
     std::vector<std::array<Stage, 7>> stages_;
     std::size_t write_ = 0;
