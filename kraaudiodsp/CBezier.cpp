@@ -75,13 +75,17 @@ float CBezier::Evaluate(std::size_t segment, double x) const {
     return static_cast<float>(std::clamp(y, std::min(from.y, to.y), std::max(from.y, to.y)));
 }
 
+std::size_t CBezier::FindSegment(double x) const {
+    const auto after = std::upper_bound(knots_.begin() + 1, knots_.end() - 1, x,
+                                        [](double at, const Knot& knot) { return at < knot.x; });
+    return static_cast<std::size_t>(after - knots_.begin()) - 1;
+}
+
 float CBezier::GetBezier(double x) const {
     if (knots_.empty()) return 0.0f;
     if (!(x > knots_.front().x)) return static_cast<float>(knots_.front().y);
     if (x >= knots_.back().x) return static_cast<float>(knots_.back().y);
-    const auto after = std::upper_bound(knots_.begin(), knots_.end(), x,
-                                        [](double at, const Knot& knot) { return at < knot.x; });
-    return Evaluate(static_cast<std::size_t>(after - knots_.begin()) - 1, x);
+    return Evaluate(FindSegment(x), x);
 }
 
 void CBezier::GetBeziers(double x0, double dx, int count, float* out) const {
@@ -89,7 +93,7 @@ void CBezier::GetBeziers(double x0, double dx, int count, float* out) const {
         for (int i = 0; i < count; ++i) out[i] = GetBezier(x0 + static_cast<double>(i) * dx);
         return;
     }
-    std::size_t segment = 0;
+    std::size_t segment = FindSegment(x0);
     for (int i = 0; i < count; ++i) {
         const double x = x0 + static_cast<double>(i) * dx;
         while (segment + 2 < knots_.size() && x >= knots_[segment + 1].x) ++segment;

@@ -47,6 +47,7 @@ private:
 
     void DeriveSlopes();
     void DeriveSegments();
+    std::size_t FindSegment(double x) const;
     float Evaluate(std::size_t segment, double x) const;
 
     std::vector<Knot> knots_;
