@@ -79,6 +79,7 @@ Rig::Rig(const components::CatalogueEntry& effect, const Setup& setup, const Rea
     filter_->SetBlockSize(setup.blockFrames);
     const auto layout = kramediatypes::LayoutForChannelCount(setup.channels);
     filter_->RequestIOConfiguration({layout}, {layout});
+    filter_->SetCurrentDuration(kSelectionFrames / static_cast<double>(setup.rateHz));
     Resume();
 }
 

@@ -27,9 +27,12 @@ float GetPeak(const Signal& signal, std::size_t firstFrame = 0);
 /// "channel 1, frame 37: 0.5 instead of 0.25", or empty when both are the same bit for bit.
 std::string DescribeDifference(const Signal& got, const Signal& expected);
 
-/// One effect as a host holds it: created, prepared, resumed, and fed from signals.
+/// One effect as a host holds it: created, prepared, resumed, and fed from signals. The selection is
+/// about as long as the checks' short signals, so that what depends on it shows in them.
 class Rig {
 public:
+    static constexpr double kSelectionFrames = 10'000.0;
+
     struct Setup {
         float rateHz = 48000.0f;
         std::size_t channels = 2;

@@ -1,40 +1,37 @@
 #include "kracore/FaderTranslator.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
 namespace kracore::utility {
 namespace {
 
-constexpr double kDbPerPosition = 75.0;  // above the knee: 15 dB in the top fifth of the way
-constexpr double kKneePosition = 0.4;
-constexpr double kKneeBelowMaximumDb = kDbPerPosition * (1.0 - kKneePosition);
-// Below the knee, per factor of e in the position: the slope at the knee is the one above it.
-constexpr double kDbPerFactor = kDbPerPosition * kKneePosition;
+constexpr double kLowestExponent = 3.0;
+constexpr double kUnityDbPerExponent = 1.9382002601611283;  // 20 log10(1 / 0.8)
 
 }  // namespace
 
 template <class Float>
+FaderTranslator<Float>::FaderTranslator(Float maximumDb)
+    : maximumDb_(maximumDb),
+      exponent_(std::max(kLowestExponent, static_cast<double>(maximumDb) / kUnityDbPerExponent)) {}
+
+template <class Float>
 Float FaderTranslator<Float>::GetDecibelValue(Float position) const {
-    const double maximumDb = maximumDb_;
     if (!(position > 0)) return -std::numeric_limits<Float>::infinity();
     if (position >= 1) return maximumDb_;
-    const double way = position;
-    return static_cast<Float>(way >= kKneePosition
-                                  ? maximumDb - kDbPerPosition * (1.0 - way)
-                                  : maximumDb - kKneeBelowMaximumDb +
-                                        kDbPerFactor * std::log(way / kKneePosition));
+    return static_cast<Float>(static_cast<double>(maximumDb_) +
+                              20.0 * exponent_ * std::log10(static_cast<double>(position)));
 }
 
 template <class Float>
 Float FaderTranslator<Float>::GetNormalizedValue(Float decibels) const {
     if (std::isnan(decibels)) return 0;
     if (decibels >= maximumDb_) return 1;
-    const double belowMaximumDb = static_cast<double>(maximumDb_) - decibels;
-    return static_cast<Float>(
-        belowMaximumDb <= kKneeBelowMaximumDb
-            ? 1.0 - belowMaximumDb / kDbPerPosition
-            : kKneePosition * std::exp((kKneeBelowMaximumDb - belowMaximumDb) / kDbPerFactor));
+    return static_cast<Float>(std::pow(
+        10.0,
+        (static_cast<double>(decibels) - static_cast<double>(maximumDb_)) / (20.0 * exponent_)));
 }
 
 template class FaderTranslator<float>;

@@ -5,6 +5,9 @@
 #include "Components/Amplify.h"
 #include "Components/Delay.h"
 #include "Components/Echo.h"
+#include "Components/FadeEnvelope.h"
+#include "Components/GainEnvelope.h"
+#include "Components/VolumeEnvelope.h"
 
 namespace zuc::components {
 namespace {
@@ -16,10 +19,13 @@ kraaudiofilterhost::AudioFilterPtr Create() {
 
 // clang-format off
 constexpr std::array kCatalogue{
-    //             identifier           title key                                   category              creator
-    CatalogueEntry{kAmplifyComponentID, "$$$/AudioComponents/AmplifyTitle=Amplify", Category::kAmplitude, Create<Amplify>},
-    CatalogueEntry{kDelayComponentID, "$$$/AudioComponents/DelayTitle=Delay", Category::kDelayReverb, Create<Delay>},
-    CatalogueEntry{kEchoComponentID, "$$$/AudioComponents/EchoTitle=Echo", Category::kDelayReverb, Create<Echo>},
+    //             identifier                  title key                                                  category                 creator
+    CatalogueEntry{kAmplifyComponentID,        "$$$/AudioComponents/AmplifyTitle=Amplify",                Category::kAmplitude,   Create<Amplify>},
+    CatalogueEntry{kGainEnvelopeComponentID,   "$$$/AudioComponents/GainEnvelopeTitle=Gain Envelope",     Category::kAmplitude,   Create<GainEnvelope>},
+    CatalogueEntry{kVolumeEnvelopeComponentID, "$$$/AudioComponents/VolumeEnvelopeTitle=Volume Envelope", Category::kAmplitude,   Create<VolumeEnvelope>},
+    CatalogueEntry{kFadeEnvelopeComponentID,   "$$$/AudioComponents/FadeEnvelopeTitle=Fade Envelope",     Category::kAmplitude,   Create<FadeEnvelope>},
+    CatalogueEntry{kDelayComponentID,          "$$$/AudioComponents/DelayTitle=Delay",                    Category::kDelayReverb, Create<Delay>},
+    CatalogueEntry{kEchoComponentID,           "$$$/AudioComponents/EchoTitle=Echo",                      Category::kDelayReverb, Create<Echo>},
 };
 // clang-format on
 
