@@ -68,11 +68,13 @@ protected:
         NormalizeValues();
     }
 
-    /// Derives the normalized values anew from the own-unit values; called after a range has moved. [host]
+    /// Derives the normalized values anew from the own-unit values; called after a range has moved. A
+    /// value that now lies beyond the range stays and reads as the range's end. [host]
     void NormalizeValues() {
         for (const ParameterRow& row : tables_.parameters)
             if (const auto info = this->GetParameterInfo(row.index))
-                Base::SetParameter(row.index, info->ToNormalized(Value(row.index)));
+                Base::SetParameter(row.index,
+                                   std::clamp(info->ToNormalized(Value(row.index)), 0.0f, 1.0f));
     }
 
     /// Present value in the parameter's own unit. [any]

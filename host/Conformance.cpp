@@ -155,11 +155,18 @@ void CheckTail(Run& run) {
                            20.0f * std::log10(peak), tail));
 }
 
-/// The output with one parameter moved, from a start that the caller prepared.
-bool MovesOutput(const Run& run, int index, int preset) {
+/// Settings to look from that no preset has: many conditions can hold at once only there.
+constexpr int kRandomStarts = 100;
+
+/// Whether one parameter changes the output. Start -1 is a fresh effect, then come its presets, then
+/// settings drawn at random.
+bool MovesOutput(const Run& run, int index, int start) {
     const auto render = [&](const float* normalized) {
         Rig rig = run.MakeRig();
-        if (preset >= 0) rig.Filter().SetFactoryPreset(preset);
+        if (start >= rig.Filter().GetNumFactoryPresets())
+            rig.Randomize(run.Options().seed + static_cast<std::uint64_t>(start));
+        else if (start >= 0)
+            rig.Filter().SetFactoryPreset(start);
         if (normalized) rig.Filter().SetParameterAutomated(index, *normalized);
         rig.Resume();
         const auto frames = kShortFrames + static_cast<std::size_t>(rig.Filter().GetInitialDelay());
@@ -176,8 +183,9 @@ void CheckParametersMatter(Run& run) {
     for (const int index : rig.GetSoundParameters()) {
         const auto info = rig.Filter().GetParameterInfo(index);
         bool moves = false;
-        for (int preset = -1; preset < rig.Filter().GetNumFactoryPresets() && !moves; ++preset)
-            moves = MovesOutput(run, index, preset);
+        const int starts = rig.Filter().GetNumFactoryPresets() + kRandomStarts;
+        for (int start = -1; start < starts && !moves; ++start)
+            moves = MovesOutput(run, index, start);
         run.Expect(moves, fmt::format("parameter {} ({}) never changes the output", index,
                                       kracore::utility::ToUtf8(info->GetName())));
     }

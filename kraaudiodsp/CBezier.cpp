@@ -88,6 +88,15 @@ float CBezier::GetBezier(double x) const {
     return Evaluate(FindSegment(x), x);
 }
 
+double CBezier::GetSlope(double x) const {
+    if (knots_.size() < 2 || !(x > knots_.front().x) || x > knots_.back().x) return 0.0;
+    const auto at = std::lower_bound(knots_.begin(), knots_.end(), x,
+                                     [](const Knot& knot, double value) { return knot.x < value; });
+    const Knot& from = *std::prev(at);
+    const double t = x - from.x;
+    return from.slope + t * (2.0 * from.square + 3.0 * t * from.cube);
+}
+
 void CBezier::GetBeziers(double x0, double dx, int count, float* out) const {
     if (knots_.size() < 2 || dx < 0.0) {
         for (int i = 0; i < count; ++i) out[i] = GetBezier(x0 + static_cast<double>(i) * dx);

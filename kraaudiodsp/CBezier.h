@@ -33,6 +33,10 @@ public:
     /// The curve at x. [any]
     float GetBezier(double x) const;
 
+    /// The slope at x, of the segment before it where two meet; 0 up to the first point and beyond the
+    /// last. [any]
+    double GetSlope(double x) const;
+
     /// The curve at x0 + i dx for i below `count`; for dx >= 0 much faster than one by one. [any]
     void GetBeziers(double x0, double dx, int count, float* out) const;
 

@@ -4,6 +4,7 @@
 
 #include "Components/Amplify.h"
 #include "Components/Delay.h"
+#include "Components/Dynamics.h"
 #include "Components/Echo.h"
 #include "Components/FadeEnvelope.h"
 #include "Components/GainEnvelope.h"
@@ -21,6 +22,7 @@ kraaudiofilterhost::AudioFilterPtr Create() {
 constexpr std::array kCatalogue{
     //             identifier                  title key                                                  category                 creator
     CatalogueEntry{kAmplifyComponentID,        "$$$/AudioComponents/AmplifyTitle=Amplify",                Category::kAmplitude,   Create<Amplify>},
+    CatalogueEntry{kDynamicsComponentID,       "$$$/AudioComponents/DynamicsProcessingTitle=Dynamics Processing", Category::kAmplitude, Create<Dynamics>},
     CatalogueEntry{kGainEnvelopeComponentID,   "$$$/AudioComponents/GainEnvelopeTitle=Gain Envelope",     Category::kAmplitude,   Create<GainEnvelope>},
     CatalogueEntry{kVolumeEnvelopeComponentID, "$$$/AudioComponents/VolumeEnvelopeTitle=Volume Envelope", Category::kAmplitude,   Create<VolumeEnvelope>},
     CatalogueEntry{kFadeEnvelopeComponentID,   "$$$/AudioComponents/FadeEnvelopeTitle=Fade Envelope",     Category::kAmplitude,   Create<FadeEnvelope>},

@@ -91,8 +91,13 @@ TEST(CBezier, HasNoJumpsInSlope) {
     const auto slope = [&](double x) {
         return (static_cast<double>(curve.GetBezier(x + 1e-2)) - curve.GetBezier(x)) / 1e-2;
     };
-    for (const double x : {-40.0, -24.0, -20.0, -10.0, -9.5})
+    for (const double x : {-40.0, -24.0, -20.0, -10.0, -9.5}) {
         EXPECT_NEAR(slope(x - 1e-2), slope(x), 0.05) << "at " << x;
+        EXPECT_NEAR(curve.GetSlope(x), slope(x), 0.05) << "at " << x;
+    }
+    for (const double x : {-70.0, -30.0, -22.0, -3.0})
+        EXPECT_NEAR(curve.GetSlope(x), slope(x - 5e-3), 0.01) << "at " << x;
+    for (const double x : {-101.0, -100.0, 0.1}) EXPECT_EQ(curve.GetSlope(x), 0.0) << "at " << x;
 }
 
 TEST(CBezier, SamplesInStepsAsOneByOne) {
