@@ -156,7 +156,7 @@ void CheckTail(Run& run) {
 }
 
 /// Settings to look from that no preset has: many conditions can hold at once only there.
-constexpr int kRandomStarts = 100;
+constexpr int kRandomStarts = 500;
 
 /// Whether one parameter changes the output. Start -1 is a fresh effect, then come its presets, then
 /// settings drawn at random.
