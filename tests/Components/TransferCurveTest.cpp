@@ -126,7 +126,8 @@ TEST(GainTable, FollowsTheCurveAtEveryLevel) {
         const TransferCurve curve = MakeCurve(row.points, row.isSpline);
         GainTable table;
         table.Build(curve);
-        for (double level = -99.98; level < 60.0; level += 0.0937) {
+        for (int step = 0; step < 1700; ++step) {
+            const double level = -99.98 + 0.0937 * step;
             const auto in = static_cast<float>(level);
             float gain = 0.0f;
             table.LookUp(&gain, &in, 1);
