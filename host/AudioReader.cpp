@@ -27,6 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kBlockBytes = std::size_t{64} << 10;
+constexpr std::size_t kDecodedSamples = 4096;  // stay in the first-level cache
 constexpr std::string_view kReadable = "audio: wav, rf64, w64, aiff, caf, flac, ogg, opus, mp3, au";
 constexpr std::size_t kMostNames = 1000;  // of a folder, to look for similar ones
 
@@ -171,39 +172,41 @@ void AudioReader::Identify(int format) {
         metadata_.channelMask = GetCustomaryChannelMask(info_.channels);
     channelOrder_ = GetOggChannelOrder(format, info_.channels);
 
+    const auto raw = FindRawEncoding(file_.get(), format);
+    isRaw_ = raw.has_value();
+    encoding_ = raw.value_or(Encoding::kFloat32);
     const auto channels = static_cast<std::size_t>(info_.channels);
-    blockFrames_ = static_cast<int>(kBlockBytes / (sizeof(float) * channels));
-    interleaved_.resize(static_cast<std::size_t>(blockFrames_) * channels);
-    if (const auto raw = FindRawEncoding(file_.get(), format)) {
-        rawEncoding_ = *raw;
-        isRaw_ = true;
-        encoded_.resize(interleaved_.size() * GetSampleBytes(*raw) +
-                        1);  // Decode reads one further
-    }
+    frameBytes_ = GetSampleBytes(encoding_) * channels;
+    blockFrames_ = static_cast<int>(kBlockBytes / frameBytes_);
+    block_.resize(kBlockBytes / sizeof(float) + 1);  // Decode reads one byte further
+    if (encoding_ != Encoding::kFloat32) decoded_.resize(kDecodedSamples);
 }
 
-/// Refills interleaved_; false at the end.
+/// Refills block_; false at the end.
 bool AudioReader::ReadBlock() {
-    sf_count_t frames = 0;
-    const sf_count_t channels = info_.channels;
-    if (!isRaw_) {
-        frames = sf_readf_float(file_.get(), interleaved_.data(), blockFrames_);
-    } else if (rawEncoding_ == Encoding::kFloat32) {
-        const auto bytes = static_cast<sf_count_t>(interleaved_.size() * sizeof(float));
-        frames = sf_read_raw(file_.get(), interleaved_.data(), bytes) /
-                 (static_cast<sf_count_t>(sizeof(float)) * channels);
-    } else {
-        const auto frameBytes = static_cast<sf_count_t>(GetSampleBytes(rawEncoding_)) * channels;
-        frames = sf_read_raw(file_.get(), encoded_.data(), frameBytes * blockFrames_) / frameBytes;
-        Decode(rawEncoding_, encoded_.data(), interleaved_.data(),
-               static_cast<std::size_t>(frames * channels));
-    }
+    const auto frameBytes = static_cast<sf_count_t>(frameBytes_);
+    const sf_count_t frames =
+        isRaw_ ? sf_read_raw(file_.get(), block_.data(), frameBytes * blockFrames_) / frameBytes
+               : sf_readf_float(file_.get(), block_.data(), blockFrames_);
     if (frames < blockFrames_ && sf_error(file_.get()) == SF_ERR_SYSTEM)
         throw Error(ExitCode::kInput, fmt::format("cannot read {}: {}", NameOf(info_.path),
                                                   sf_strerror(file_.get())));
     blockBegin_ = 0;
     blockEnd_ = static_cast<int>(std::max<sf_count_t>(frames, 0));
     return blockEnd_ > 0;
+}
+
+/// The next frames of block_ as floats, at most `count`, which becomes how many there are.
+const float* AudioReader::DecodeNext(int& count) {
+    const auto channels = static_cast<std::size_t>(info_.channels);
+    const auto begin = static_cast<std::size_t>(blockBegin_);
+    count = std::min(count, blockEnd_ - blockBegin_);
+    if (encoding_ == Encoding::kFloat32) return &block_[begin * channels];
+    count = std::min(count, static_cast<int>(kDecodedSamples / channels));
+    const auto* const bytes = reinterpret_cast<const std::byte*>(block_.data());
+    Decode(encoding_, bytes + begin * frameBytes_, decoded_.data(),
+           static_cast<std::size_t>(count) * channels);
+    return decoded_.data();
 }
 
 int AudioReader::Read(float* const* out, int frames) {
@@ -214,11 +217,10 @@ int AudioReader::Read(float* const* out, int frames) {
             if (framesRead_ + done < info_.frames) isTruncated_ = true;
             break;
         }
-        const int count = std::min(frames - done, blockEnd_ - blockBegin_);
+        int count = frames - done;
+        const float* const interleaved = DecodeNext(count);
         for (int c = 0; c < info_.channels; ++c) at[static_cast<std::size_t>(c)] = out[c] + done;
-        Deinterleave(&interleaved_[static_cast<std::size_t>(blockBegin_) *
-                                   static_cast<std::size_t>(info_.channels)],
-                     at.data(), info_.channels, count, channelOrder_);
+        Deinterleave(interleaved, at.data(), info_.channels, count, channelOrder_);
         blockBegin_ += count;
         done += count;
     }

@@ -67,20 +67,22 @@ private:
     AudioReader() = default;
     void Identify(int format);
     bool ReadBlock();
+    const float* DecodeNext(int& count);
 
     SoundFilePtr file_;
     AudioFileInfo info_;
     AudioMetadata metadata_;
     bool isTruncated_ = false;
-    bool isRaw_ = false;  // the samples are taken from the file as they are and converted here,
-    Encoding rawEncoding_ = Encoding::kInt16;  // from this encoding
-    const int* channelOrder_ = nullptr;  // place of each channel in a frame; null: as they are
-    std::int64_t framesRead_ = 0;        // position of the caller
-    std::vector<std::byte> encoded_;     // one block as it stands in the file
-    std::vector<float> interleaved_;     // the same, full scale +-1
-    int blockFrames_ = 0;                // of a full block
-    int blockBegin_ = 0;                 // first frame of the block not yet given out
-    int blockEnd_ = 0;                   // behind the last one
+    bool isRaw_ = false;                      // block_ holds the bytes of the file, else floats
+    Encoding encoding_ = Encoding::kFloat32;  // of block_
+    std::size_t frameBytes_ = 0;              // in block_
+    const int* channelOrder_ = nullptr;       // place of each channel in a frame; null: as they are
+    std::int64_t framesRead_ = 0;             // position of the caller
+    std::vector<float> block_;                // of the file, in its own encoding
+    std::vector<float> decoded_;              // a piece of it as floats
+    int blockFrames_ = 0;                     // of a full block
+    int blockBegin_ = 0;                      // first frame of the block not yet given out
+    int blockEnd_ = 0;                        // behind the last one
 };
 
 }  // namespace zuc::host
