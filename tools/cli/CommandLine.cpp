@@ -64,6 +64,15 @@ constexpr const char* kReplayExamples =
     "Example:\n"
     "  zuc replay script.json in.wav out.wav --log answers.json";
 
+constexpr const char* kPlotExamples =
+    "Kinds:\n"
+    "  impulse    what comes out for one impulse in each channel, over time\n"
+    "  response   magnitude over frequency, from the impulse\n"
+    "\n"
+    "Examples:\n"
+    "  zuc plot impulse -e echo:preset=Spooky -o spooky.svg\n"
+    "  zuc plot response -e echo:echo-bounce=on --length 2 -o response.png";
+
 class Parser {
 public:
     Parser() : app_("zuc: audio effects for files, pipes and scripts", "zuc") {
@@ -75,6 +84,7 @@ public:
         AddProcess();
         AddReplay();
         AddPreset();
+        AddPlot();
         AddDoctor();
         AddDemo();
     }
@@ -232,6 +242,23 @@ private:
         save.required = {{"EFFECT", &presetSave_.effect}, {"NAME", &presetSave_.name}};
     }
 
+    void AddPlot() {
+        Command& command = AddCommand(app_, "plot", "Draw what effects do, as SVG or PNG", plot_);
+        PlotOptions& o = plot_;
+        CLI::App& app = *command.app;
+        app.add_option("KIND", o.kind, "impulse or response");
+        app.add_option("-e,--effect", o.effects, "Effect to draw; repeat for a chain")
+            ->allow_extra_args(false);
+        app.add_option("-o,--output", o.output,
+                       "Picture to write, .svg or .png; replaced if there");
+        app.add_option("--rate", o.rate, "Sample rate in Hz (48000)");
+        app.add_option("--channels", o.channels, "Channels, 1 to 8 (2)");
+        app.add_option("--length", o.length, "Seconds from the impulse on (the tail, at most 10)");
+        app.add_option("--scale", o.scale, "Of impulse: auto, amplitude or level");
+        app.footer(kPlotExamples);
+        command.required = {{"KIND", &o.kind}, {"-o", &o.output}};
+    }
+
     void AddDoctor() {
         Command& command =
             AddCommand(app_, "doctor", "Check that this installation works", doctor_);
@@ -254,6 +281,7 @@ private:
     PresetListOptions presetList_;
     PresetShowOptions presetShow_;
     PresetSaveOptions presetSave_;
+    PlotOptions plot_;
     DoctorOptions doctor_;
     DemoOptions demo_;
 };

@@ -70,6 +70,16 @@ struct PresetSaveOptions {
     bool overwrite = false;
 };
 
+struct PlotOptions {
+    std::string kind;
+    std::vector<std::string> effects;
+    std::string output;
+    std::string rate;
+    std::string channels;
+    std::string length;
+    std::string scale = "auto";
+};
+
 struct DoctorOptions {
     bool json = false;
 };
@@ -93,6 +103,7 @@ using Request = std::variant<HelpRequest,
                              PresetListOptions,
                              PresetShowOptions,
                              PresetSaveOptions,
+                             PlotOptions,
                              DoctorOptions,
                              DemoOptions>;
 

@@ -1,0 +1,127 @@
+#include <array>
+#include <cmath>
+#include <utility>
+
+#include "Commands.h"
+#include "Console.h"
+#include "host/ChainProcessor.h"
+#include "host/Faults.h"
+#include "host/Figure.h"
+#include "host/ResponsePlot.h"
+#include "host/Text.h"
+#include "kracore/Numbers.h"
+
+namespace zuc::cli {
+namespace {
+
+using host::Error;
+using host::ExitCode;
+
+constexpr int kBlockFrames = 1024;
+
+double ParseNumber(const char* option, const std::string& text, double lo, double hi) {
+    const auto number = kracore::utility::StringToNumber(text);
+    if (!number || *number < lo || *number > hi)
+        throw Error(
+            ExitCode::kUsage, std::string(option) + " cannot be '" + text + "'",
+            host::ToText(static_cast<float>(lo)) + " … " + host::ToText(static_cast<float>(hi)));
+    return *number;
+}
+
+/// What every picture of effects needs, read and checked.
+struct PlotJob {
+    host::Chain chain;
+    float rateHz = 48000.0f;
+    std::size_t channels = 2;
+    double seconds = 0.0;  // 0: as long as it takes
+    host::ImpulseScale scale = host::ImpulseScale::kAuto;
+
+    std::string Title(const char* what) const {
+        std::vector<std::string> steps;
+        for (const host::ChainStep& step : chain) steps.push_back(host::FormatStepText(step));
+        return std::string(what) + host::Join(steps, " + ");
+    }
+    host::ChainProcessor MakeProcessor() const {
+        return {chain,       host::EffectCatalogue(), host::UserPresets(), rateHz, channels,
+                kBlockFrames};
+    }
+};
+
+host::ImpulseResponses Measure(const PlotJob& job) {
+    host::ChainProcessor processor = job.MakeProcessor();
+    return host::MeasureImpulseResponses(processor, job.rateHz, job.seconds);
+}
+
+struct PlotKind {
+    const char* name;
+    host::Figure (*draw)(const PlotJob& job);
+};
+constexpr std::array kKinds{
+    PlotKind{"impulse",
+             [](const PlotJob& job) {
+                 return host::PlotImpulseResponses(Measure(job), job.Title("Impulse response of "),
+                                                   job.scale);
+             }},
+    PlotKind{"response",
+             [](const PlotJob& job) {
+                 return host::PlotFrequencyResponses(Measure(job),
+                                                     job.Title("Frequency response of "));
+             }},
+};
+
+host::ImpulseScale ParseScale(const std::string& text) {
+    if (text == "auto") return host::ImpulseScale::kAuto;
+    if (text == "amplitude") return host::ImpulseScale::kAmplitude;
+    if (text == "level") return host::ImpulseScale::kLevel;
+    throw Error(ExitCode::kUsage, "--scale cannot be '" + text + "'", "auto, amplitude, level");
+}
+
+const PlotKind& FindKind(const std::string& name) {
+    std::vector<std::string> names;
+    for (const PlotKind& kind : kKinds) {
+        if (name == kind.name) return kind;
+        names.emplace_back(kind.name);
+    }
+    throw Error(ExitCode::kUsage, "there is no plot '" + name + "'", host::Join(names),
+                host::DidYouMean(name, names));
+}
+
+PlotJob ReadOptions(const PlotOptions& options, host::Faults& faults) {
+    PlotJob job;
+    for (const std::string& text : options.effects)
+        faults.Try([&] {
+            if (!text.starts_with('@')) return job.chain.push_back(host::ParseStepText(text));
+            const host::Chain more = host::ReadChainFile(text.substr(1));
+            job.chain.insert(job.chain.end(), more.begin(), more.end());
+        });
+    if (options.effects.empty())
+        faults.Add(Error(ExitCode::kUsage, "plot: -e EFFECT is missing", "",
+                         "for example -e echo:preset=Spooky"));
+    if (!options.rate.empty())
+        faults.Try([&] {
+            job.rateHz = static_cast<float>(ParseNumber("--rate", options.rate, 1000.0, 768000.0));
+        });
+    if (!options.channels.empty())
+        faults.Try([&] {
+            job.channels = static_cast<std::size_t>(
+                std::floor(ParseNumber("--channels", options.channels, 1.0, 8.0)));
+        });
+    if (!options.length.empty())
+        faults.Try([&] { job.seconds = ParseNumber("--length", options.length, 0.001, 60.0); });
+    faults.Try([&] { job.scale = ParseScale(options.scale); });
+    return job;
+}
+
+}  // namespace
+
+int RunPlot(const PlotOptions& options) {
+    host::Faults faults;
+    const PlotKind* kind = nullptr;
+    faults.Try([&] { kind = &FindKind(options.kind); });
+    const PlotJob job = ReadOptions(options, faults);
+    if (faults.IsEmpty()) faults.Try([&] { kind->draw(job).Save(options.output); });
+    faults.ThrowIfAny();
+    return static_cast<int>(ExitCode::kDone);
+}
+
+}  // namespace zuc::cli
