@@ -15,12 +15,12 @@ TABLE = re.compile(r"(<!-- effects: .*? -->\n)(.*?)(<!-- /effects -->)", re.S)
 def make_table(zuc):
     listing = json.loads(subprocess.run([zuc, "list", "--json"], check=True, capture_output=True).stdout)
     rows = ["| Effect | Name in scripts | Category | Parameters | Presets |", "|---|---|---|---|---|"]
-    for effect in listing["effects"] if isinstance(listing, dict) else listing:
+    for effect in listing["effects"]:
         described = json.loads(
-            subprocess.run([zuc, "describe", effect["slug"], "--json"], check=True, capture_output=True).stdout
+            subprocess.run([zuc, "describe", effect["effect"], "--json"], check=True, capture_output=True).stdout
         )
         rows.append(
-            f'| {effect["title"]} | `{effect["slug"]}` | {effect["category"]} '
+            f'| {effect["title"]} | `{effect["effect"]}` | {effect["category"]} '
             f'| {len(described["parameters"])} | {len(described["presets"])} |'
         )
     return "\n".join(rows) + "\n"
