@@ -32,7 +32,7 @@ struct Tail {
 Tail ParseTail(std::string_view text);
 
 /// The longest tail that kAuto gives; feedback at 100 % reports one without end.
-inline constexpr double kMaximumAutoTailSeconds = 30.0;
+inline constexpr double kMaximumAutoTailSeconds = 60.0;
 
 struct RenderProgress {
     std::int64_t framesDone = 0;    // of the output
