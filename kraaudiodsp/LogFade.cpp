@@ -29,7 +29,8 @@ double GetLogVerticalModifier(double middleHeight) {
         lo = hi;
         hi *= 2.0;
     }
-    while (const double middle = 0.5 * (lo + hi)) {
+    for (;;) {
+        const double middle = 0.5 * (lo + hi);
         if (middle <= lo || middle >= hi) break;
         (isBelow(middle) ? lo : hi) = middle;
     }
