@@ -89,7 +89,8 @@ ChainProcessor::ChainProcessor(const Chain& chain,
                                const UserPresets& presets,
                                float rateHz,
                                std::size_t channels,
-                               int maximumBlockFrames)
+                               int maximumBlockFrames,
+                               std::size_t sideChannels)
     : channelCount_(channels),
       maximumBlockFrames_(maximumBlockFrames),
       silence_(static_cast<std::size_t>(maximumBlockFrames)),
@@ -98,7 +99,8 @@ ChainProcessor::ChainProcessor(const Chain& chain,
     for (const ChainStep& step : chain)
         faults.Try([&] {
             const Effect& effect = catalogue.Find(step.effect);
-            AudioFilterPtr filter = CreateForFormat(effect, rateHz, channels, maximumBlockFrames);
+            AudioFilterPtr filter =
+                CreateForFormat(effect, rateHz, channels, maximumBlockFrames, sideChannels);
             if (filter->IsOfflineProcess())
                 throw Error(ExitCode::kUsage,
                             effect.slug + " works on whole files and cannot stand in a chain");
@@ -110,17 +112,32 @@ ChainProcessor::ChainProcessor(const Chain& chain,
     for (const AudioFilterPtr& filter : filters_)
         inputs_.resize(std::max(inputs_.size(), filter->GetNumberOfInputChannels()));
     std::fill(inputs_.begin(), inputs_.end(), silence_.data());
+    sideChains_.resize(filters_.size());
+    if (sideChannels == 0) return;
+    const auto takesSideChain = [](const AudioFilterPtr& f) { return f->CanUseSideChaining(); };
+    if (std::none_of(filters_.begin(), filters_.end(), takesSideChain))
+        throw Error(ExitCode::kUsage, "no effect of the chain has a side chain", "",
+                    "'zuc describe EFFECT' says which have one");
 }
 
 void ChainProcessor::Resume() {
-    for (const AudioFilterPtr& filter : filters_) filter->Resume();
+    int delayFrames = 0;
+    for (std::size_t k = 0; k < filters_.size(); ++k) {
+        const std::size_t inputs = filters_[k]->GetNumberOfInputChannels();
+        sideChains_[k].Prepare(inputs - std::min(inputs, channelCount_), delayFrames,
+                               maximumBlockFrames_);
+        filters_[k]->Resume();
+        delayFrames += std::max(0, filters_[k]->GetInitialDelay());
+    }
 }
 
-void ChainProcessor::Process(float** audio, int frames) {
+void ChainProcessor::Process(float** audio, int frames, const float* const* side) {
     std::copy_n(audio, channelCount_, inputs_.begin());
     kraaudiofilterhost::Flags outFlags;
-    for (const AudioFilterPtr& filter : filters_)
-        filter->Process(inputs_.data(), audio, frames, {}, outFlags);
+    for (std::size_t k = 0; k < filters_.size(); ++k) {
+        if (side) sideChains_[k].Take(side, frames, inputs_.data() + channelCount_);
+        filters_[k]->Process(inputs_.data(), audio, frames, {}, outFlags);
+    }
 }
 
 void ChainProcessor::Suspend() {

@@ -6,28 +6,32 @@
 
 #include "host/Chain.h"
 #include "host/EffectCatalogue.h"
+#include "host/SideChainFeed.h"
 #include "host/UserPresets.h"
 
 namespace zuc::host {
 
 /// A chain that processes: its effects, created, set and ready for one rate and channel count.
 ///
-/// Audio is planar 32-bit float, as in AudioFilter. An effect's side chain is fed silence.
+/// Audio is planar 32-bit float, as in AudioFilter. All effects that have a side chain share one.
 class ChainProcessor {
 public:
     /// Creates every effect, applies its preset (factory or saved by the user) and then its settings in
-    /// order. Throws Error, or an ErrorList with every fault of the chain. [host]
+    /// order. With side-chain channels there must be an effect that takes them. Throws Error, or an
+    /// ErrorList with every fault of the chain. [host]
     ChainProcessor(const Chain& chain,
                    const EffectCatalogue& catalogue,
                    const UserPresets& presets,
                    float rateHz,
                    std::size_t channels,
-                   int maximumBlockFrames);
+                   int maximumBlockFrames,
+                   std::size_t sideChannels = 0);
 
     void Resume();  // [audio]
     /// Processes `frames` (at most the block length) frames in place, `audio[c][i]`.
-    void Process(float** audio, int frames);  // [audio]
-    void Suspend();                           // [audio]
+    /// `side[k][i]` are the side-chain channels at the same time as the audio; null is silence. [audio]
+    void Process(float** audio, int frames, const float* const* side = nullptr);
+    void Suspend();  // [audio]
 
     /// Sums over the effects. The tail of a loop that never ends is std::numeric_limits<int>::max().
     std::int64_t GetLatencyFrames() const;  // [host]
@@ -44,8 +48,9 @@ private:
     int maximumBlockFrames_;
     std::vector<AudioFilterPtr> filters_;
     Chain resolved_;
-    std::vector<float> silence_;  // one block
-    std::vector<float*> inputs_;  // main channels, then side-chain channels
+    std::vector<float> silence_;             // one block
+    std::vector<float*> inputs_;             // main channels, then side-chain channels
+    std::vector<SideChainFeed> sideChains_;  // of each filter
 };
 
 /// Applies preset and settings of `step` to `filter`, an effect called `slug`. Returns the step with

@@ -75,28 +75,38 @@ std::string_view GetCategoryName(Category category) {
     return {};
 }
 
-bool RequestChannels(AudioFilter& filter, std::size_t channels) {
+bool RequestChannels(AudioFilter& filter, std::size_t channels, std::size_t sideChannels) {
     const auto layout = kramediatypes::LayoutForChannelCount(channels);
-    filter.RequestIOConfiguration({layout}, {layout});
+    const bool hasSideChain = sideChannels > 0 && filter.CanUseSideChaining();
+    if (hasSideChain)
+        filter.RequestIOConfiguration({layout, kramediatypes::LayoutForChannelCount(sideChannels)},
+                                      {layout});
+    else
+        filter.RequestIOConfiguration({layout}, {layout});
     const auto& inputs = filter.GetInputBuses();
     const auto& outputs = filter.GetOutputBuses();
     const bool acceptsInput = inputs.empty() || inputs.front().GetChannelCount() == channels;
+    if (hasSideChain && filter.GetNumberOfInputChannels() != channels + sideChannels) return false;
     return acceptsInput && outputs.size() == 1 && outputs.front().GetChannelCount() == channels;
 }
 
 AudioFilterPtr CreateForFormat(const Effect& effect,
                                float rateHz,
                                std::size_t channels,
-                               int blockFrames) {
+                               int blockFrames,
+                               std::size_t sideChannels) {
     AudioFilterPtr filter = effect.create();
     if (!filter)
         throw Error(ExitCode::kProcessing, effect.slug + " cannot be created on this machine");
     filter->SetSampleRate(rateHz);
     filter->SetBlockSize(blockFrames);
-    if (!RequestChannels(*filter, channels))
-        throw Error(ExitCode::kUsage,
-                    effect.slug + " does not take " + std::to_string(channels) + " channels",
-                    "the layouts that 'zuc describe " + effect.slug + "' shows");
+    if (!RequestChannels(*filter, channels, sideChannels))
+        throw Error(
+            ExitCode::kUsage,
+            effect.slug + " does not take " + std::to_string(channels) + " channels" +
+                (sideChannels > 0 ? " with " + std::to_string(sideChannels) + " side-chain channels"
+                                  : ""),
+            "the layouts that 'zuc describe " + effect.slug + "' shows");
     return filter;
 }
 
@@ -111,8 +121,7 @@ int FindFactoryPreset(const AudioFilter& filter, std::string_view name) {
     name = Trim(name);
     if (name.empty()) return -1;
     for (int preset = 0; preset < filter.GetNumFactoryPresets(); ++preset)
-        if (EqualsIgnoringCase(ToUtf8(filter.GetFactoryPresetName(preset)), name))
-            return preset;
+        if (EqualsIgnoringCase(ToUtf8(filter.GetFactoryPresetName(preset)), name)) return preset;
     return -1;
 }
 

@@ -48,10 +48,11 @@ std::string_view GetCategoryName(components::Category category);
 AudioFilterPtr CreateForFormat(const Effect& effect,
                                float rateHz,
                                std::size_t channels,
-                               int blockFrames);
-/// Proposes the customary layout of `channels` channels for each main bus; false when the effect
-/// does not end up with it. [host]
-bool RequestChannels(AudioFilter& filter, std::size_t channels);
+                               int blockFrames,
+                               std::size_t sideChannels = 0);
+/// Proposes the customary layout of `channels` channels for each main bus, and of `sideChannels` for
+/// the side chain of an effect that has one; false when the effect does not end up with it. [host]
+bool RequestChannels(AudioFilter& filter, std::size_t channels, std::size_t sideChannels = 0);
 
 /// A factory preset by its name as shown; case does not count. -1 when there is none.
 int FindFactoryPreset(const AudioFilter& filter, std::string_view name);

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <optional>
 
 #include "host/Error.h"
 #include "host/PeakLimiter.h"
@@ -50,7 +51,12 @@ public:
           rateHz_(rateHz),
           options_(options),
           source_(reader, options.range, rateHz, chain.GetMaximumBlockFrames()),
-          block_(chain.GetChannelCount(), chain.GetMaximumBlockFrames()) {}
+          block_(chain.GetChannelCount(), chain.GetMaximumBlockFrames()) {
+        if (!options.sideChain) return;
+        side_.emplace(*options.sideChain, options.range, rateHz, chain.GetMaximumBlockFrames());
+        sideBlock_.emplace(static_cast<std::size_t>(options.sideChain->GetInfo().channels),
+                           chain.GetMaximumBlockFrames());
+    }
 
     RenderReport Run() {
         const kracore::utility::FlushToZeroScope flushToZero;
@@ -137,6 +143,7 @@ private:
     template <class Sink>
     void RunPass(const Sink& sink) {
         source_.Rewind();
+        if (side_) side_->Rewind();
         chain_.Resume();
         limiter_.reset();
         if (options_.onClip == OnClip::kLimit && pass_ == passCount_)
@@ -168,7 +175,7 @@ private:
         if (options_.interrupted && options_.interrupted->load(std::memory_order_relaxed) != 0)
             throw Interrupted();
         float** audio = block_.GetChannels();
-        chain_.Process(audio, frames);
+        chain_.Process(audio, frames, ReadSideChain(frames));
         if (gain_ != 1.0f)
             for (std::size_t c = 0; c < chain_.GetChannelCount(); ++c)
                 for (int i = 0; i < frames; ++i) audio[c][i] *= gain_;
@@ -179,6 +186,14 @@ private:
         report_.framesOut += frames - dropped;
         if (options_.progress)
             options_.progress({report_.framesOut, framesTotal_, overs_, pass_, passCount_});
+    }
+
+    /// The next frames of the side chain, or null when there is none.
+    float** ReadSideChain(int frames) {
+        if (!side_) return nullptr;
+        sideBlock_->Clear(frames);
+        side_->Read(sideBlock_->GetChannels(), frames);
+        return sideBlock_->GetChannels();
     }
 
     [[noreturn]] void FailOnOvers() const {
@@ -198,6 +213,8 @@ private:
     const RenderOptions& options_;
     RenderSource source_;
     AudioBlock block_;
+    std::optional<RenderSource> side_;
+    std::optional<AudioBlock> sideBlock_;
     std::unique_ptr<PeakLimiter> limiter_;
     float gain_ = 1.0f;
     int pass_ = 1;

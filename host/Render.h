@@ -46,6 +46,9 @@ struct RenderOptions {
     TimeRange range;
     Tail tail;
     OnClip onClip = OnClip::kWarn;
+    /// Feeds the side chain of the effects that have one, from the same time on and at any rate; silent
+    /// behind its end. The chain must have been made for its channels.
+    AudioReader* sideChain = nullptr;
     /// Path, format, samples, dither and quality; the rest follows from the source.
     AudioWriterOptions output;
     /// Called after every block.

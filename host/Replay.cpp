@@ -105,11 +105,13 @@ class Player {
 public:
     Player(AudioFilter& filter,
            std::size_t outputChannels,
+           std::size_t sideChannels,
            const ReplaySource& input,
            const ReplaySource& sideChain,
            const ReplaySink& output)
         : filter_(filter),
           outputChannels_(outputChannels),
+          sideChannels_(sideChannels),
           input_(input),
           sideChain_(sideChain),
           output_(output) {}
@@ -120,7 +122,7 @@ public:
                 filter_.SetSampleRate(event.number);
                 break;
             case Op::kChannels:
-                RequestChannels(filter_, static_cast<std::size_t>(event.index));
+                RequestChannels(filter_, static_cast<std::size_t>(event.index), sideChannels_);
                 break;
             case Op::kParam:
                 filter_.SetParameterAutomated(event.index, event.number);
@@ -184,6 +186,7 @@ private:
 
     AudioFilter& filter_;
     std::size_t outputChannels_;
+    std::size_t sideChannels_;
     const ReplaySource& input_;
     const ReplaySource& sideChain_;
     const ReplaySink& output_;
@@ -200,7 +203,8 @@ AudioFilterPtr CreateForScript(const ReplayScript& script, const EffectCatalogue
         throw Error(ExitCode::kProcessing, effect.slug + " cannot be created on this machine");
     filter->SetSampleRate(script.rateHz);
     filter->SetBlockSize(script.GetLargestBlock());
-    RequestChannels(*filter, static_cast<std::size_t>(script.channels));
+    RequestChannels(*filter, static_cast<std::size_t>(script.channels),
+                    static_cast<std::size_t>(script.sideChannels));
     return filter;
 }
 
@@ -233,7 +237,8 @@ std::size_t CountReplayChannels(const ReplayScript& script, const EffectCatalogu
     std::size_t most = 1;
     for (const ReplayEvent& event : script.events) {
         if (event.op == Op::kChannels)
-            RequestChannels(*filter, static_cast<std::size_t>(event.index));
+            RequestChannels(*filter, static_cast<std::size_t>(event.index),
+                            static_cast<std::size_t>(script.sideChannels));
         if (event.op == Op::kProcess) most = std::max(most, filter->GetNumberOfOutputChannels());
     }
     return most;
@@ -246,7 +251,8 @@ Json RunReplay(const ReplayScript& script,
                const ReplaySink& output) {
     const AudioFilterPtr filter = CreateForScript(script, catalogue);
     const std::size_t channels = CountReplayChannels(script, catalogue);
-    Player player(*filter, channels, input, sideChain, output);
+    Player player(*filter, channels, static_cast<std::size_t>(script.sideChannels), input,
+                  sideChain, output);
     for (const ReplayEvent& event : script.events) player.Play(event);
     return player.TakeLog();
 }

@@ -15,7 +15,8 @@ namespace zuc::host {
 struct ReplayEvent {
     enum class Op {
         kRate,      // SetSampleRate(number)
-        kChannels,  // RequestIOConfiguration of the customary layout of `index` channels
+        kChannels,  // RequestIOConfiguration of the customary layout of `index` channels, and of
+                    // sideChannels for a side chain
         kParam,     // SetParameterAutomated(index, number)
         kPreset,    // SetFactoryPreset(index)
         kBegin,     // BeginEditing(index)
@@ -40,6 +41,7 @@ struct ReplayScript {
     std::string effect;  // class name or slug
     float rateHz = 48000.0f;
     int channels = 2;
+    int sideChannels = 0;  // of what feeds a side chain; not part of the text
     std::vector<ReplayEvent> events;
 
     int GetLargestBlock() const;

@@ -44,6 +44,7 @@ constexpr const char* kProcessExamples =
     "Examples:\n"
     "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
     "  zuc process in.wav out.flac --bits 16 --on-clip limit -e amplify:gain=+12dB\n"
+    "  zuc process music.wav ducked.wav --sidechain voice.wav -e 'dynamics:preset=Smooth Vocal'\n"
     "  zuc process in.wav part.wav --range 0:30..1:00          cut a part\n"
     "  zuc process in.wav out.wav --chain voice.json --tail 2  two seconds behind the end\n"
     "  zuc process - - --format flac -e amplify < in.wav > out.flac\n"
@@ -175,6 +176,8 @@ private:
             ->allow_extra_args(false);
         app.add_option("--chain", o.chainFile, "Chain file, before the effects of -e");
         app.add_option("--save-chain", o.saveChainFile, "Save the chain to a file");
+        app.add_option("--sidechain", o.sideChain,
+                       "Audio file that drives the side chain of the effects");
         app.add_option("--range", o.range, "Part of the input: BEGIN..END, in seconds or mm:ss");
         app.add_option("--tail", o.tail,
                        "Output behind the end of the input: auto, none or seconds");

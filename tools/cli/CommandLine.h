@@ -32,6 +32,7 @@ struct ProcessOptions {
     std::vector<std::string> effects;
     std::string chainFile;
     std::string saveChainFile;
+    std::string sideChain;
     std::string range;
     std::string tail = "auto";
     std::string bits;

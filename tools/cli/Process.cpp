@@ -110,6 +110,7 @@ struct Job {
     int blockFrames = kDefaultBlockFrames;
     ProgressMode progress = ProgressMode::kNone;
     std::unique_ptr<host::AudioReader> reader;
+    std::unique_ptr<host::AudioReader> sideChain;
     std::optional<host::ChainProcessor> chain;
 };
 
@@ -140,14 +141,18 @@ Job Prepare(const ProcessOptions& options) {
     ReadOptions(options, job, faults);
     const host::Chain chain = MakeChain(options, faults);
     faults.Try([&] { job.reader = host::AudioReader::Open(options.input); });
+    if (!options.sideChain.empty())
+        faults.Try([&] { job.sideChain = host::AudioReader::Open(options.sideChain); });
+    job.render.sideChain = job.sideChain.get();
     const int fileRateHz = job.reader ? job.reader->GetInfo().rateHz : kAssumedRateHz;
     if (job.rateHz == 0) job.rateHz = fileRateHz;
     faults.Try([&] {
-        job.chain.emplace(chain, host::EffectCatalogue(), host::UserPresets(),
-                          static_cast<float>(job.rateHz),
-                          static_cast<std::size_t>(job.reader ? job.reader->GetInfo().channels
-                                                              : kAssumedChannels),
-                          job.blockFrames);
+        job.chain.emplace(
+            chain, host::EffectCatalogue(), host::UserPresets(), static_cast<float>(job.rateHz),
+            static_cast<std::size_t>(job.reader ? job.reader->GetInfo().channels
+                                                : kAssumedChannels),
+            job.blockFrames,
+            static_cast<std::size_t>(job.sideChain ? job.sideChain->GetInfo().channels : 0));
     });
     faults.ThrowIfAny();
     return job;

@@ -51,6 +51,7 @@ int RunReplayCommand(const ReplayOptions& options) {
         faults.Try([&] { sideChain = host::AudioReader::Open(options.sideChain); });
     faults.ThrowIfAny();
 
+    if (sideChain) script.sideChannels = sideChain->GetInfo().channels;
     FileFeed inputFeed(std::move(input));
     host::ReplaySource sideSource = [](float* const*, std::size_t, int) {};  // buffers come silent
     if (sideChain)
