@@ -153,7 +153,7 @@ TEST_F(EffectThreadPoolTest, ReportsAnEntryThatStaysInFlight) {
     for (int i = 0; i < 95; ++i) crowd.push_back(std::make_unique<Counter>());
     for (auto& effect : crowd) EffectThreadPool::SubscribeEffect(effect.get());
     EffectThreadPool::SubscribeEffect(&holder);
-    for (int round = 0; round < 2000 && assertions_.empty(); ++round) {
+    for (int round = 0; round < 40000 && assertions_.empty(); ++round) {
         EffectThreadPool::SubscribeEffect(&victim);
         const int before = holder.calls;
         for (int i = 0; i < 20; ++i) EffectThreadPool::ScheduleEffect(&victim);
