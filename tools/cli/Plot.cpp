@@ -94,7 +94,7 @@ PlotJob ReadOptions(const PlotOptions& options, host::Faults& faults) {
             const host::Chain more = host::ReadChainFile(text.substr(1));
             job.chain.insert(job.chain.end(), more.begin(), more.end());
         });
-    if (options.effects.empty())
+    if (job.chain.empty() && faults.IsEmpty())
         faults.Add(Error(ExitCode::kUsage, "plot: -e EFFECT is missing", "",
                          "for example -e echo:preset=Spooky"));
     if (!options.rate.empty())

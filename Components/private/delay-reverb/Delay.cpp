@@ -6,6 +6,7 @@
 
 #include "Components/ParameterInfos.h"
 #include "Components/private/delay-reverb/DelayDSP.h"
+#include "Components/private/delay-reverb/DelayTimeUnit.h"
 #include "kraaudiodsp/Units.h"
 #include "kracore/Localizer.h"
 #include "kracore/Numbers.h"
@@ -22,11 +23,6 @@ constexpr float kOn = 150.0f / 199.0f;
 // clang-format off
 constexpr std::string_view kOnKey = "$$$/Effects/Delay/On=On";
 constexpr std::string_view kOffKey = "$$$/Effects/Delay/Off=Off";
-constexpr std::array<EnumEntry, 3> kTimeUnits{{
-    {"$$$/Effects/Delay/TimeUnitMilliseconds=Milliseconds"},
-    {"$$$/Effects/Delay/TimeUnitSamples=Samples"},
-    {"$$$/Effects/Delay/TimeUnitSeconds=Seconds"},
-}};
 constexpr std::array<ParameterRow, Delay::kParameterCount> kParameters{{
     //index               name key                                                       unit  kind           lo    hi   initial auto   role
     {Delay::kDelayLeft,   "$$$/Effects/Delay/LeftDelayTime=Left Channel Delay Time",     "ms", Kind::kLinear, -500, 500, 120},
@@ -35,7 +31,7 @@ constexpr std::array<ParameterRow, Delay::kParameterCount> kParameters{{
     {Delay::kDelayRight,  "$$$/Effects/Delay/RightDelayTime=Right Channel Delay Time",   "ms", Kind::kLinear, -500, 500, 180},
     {Delay::kInvertRight, "$$$/Effects/Delay/RightInvert=Invert Right Channel",          "",   Kind::kBool,   0,    1,   0,      true,  Role::kControl,       {}, kOnKey, kOffKey},
     {Delay::kMixRight,    "$$$/Effects/Delay/RightMix=Right Channel Mix",                "%",  Kind::kLinear, 0,    100, 65},
-    {Delay::kTimeUnit,    "$$$/Effects/Delay/TimeUnit=Delay Time Units",                 "",   Kind::kEnum,   0,    2,   0,      false, Role::kDisplay,       kTimeUnits},
+    {Delay::kTimeUnit,    "$$$/Effects/Delay/TimeUnit=Delay Time Units",                 "",   Kind::kEnum,   0,    2,   0,      false, Role::kDisplay,       kDelayTimeUnits},
     {Delay::kChannelCount, "$$$/Effects/Delay/NumChannels=Number of Channels",           "",   Kind::kLinear, 0,    Delay::kMaxChannelCount, 2, false, Role::kFollowsLayout, {}, {}, {}, 0},
 }};
 
@@ -106,18 +102,19 @@ void Delay::SetupParameterInfos() {
 }
 
 WStr Delay::GetParameterString(int index) const {
-    using kracore::utility::NumberToString;
-    if (index == kChannelCount)
-        return NumberToString(static_cast<double>(channelCount_), 0, 0, {}, 31);
-    if (index == kTimeUnit)
-        return kracore::config::Localizer::Localize(
-            kTimeUnits[static_cast<std::size_t>(Choice(kTimeUnit))].nameKey);
-    const bool isDelay = index == kDelayLeft || index == kDelayRight;
-    if (isDelay && Choice(kTimeUnit) == 1 && RateHz() > 0.0)
-        return NumberToString(dsp::MsToFrames(Value(index), RateHz()), 0, 0, {}, 31);
-    if (isDelay && Choice(kTimeUnit) == 2)
-        return NumberToString(Value(index) / 1000.0, 1, 4, {}, 31);
-    return TableDriven::GetParameterString(index);
+    switch (index) {
+        case kDelayLeft:
+        case kDelayRight:
+            return FormatDelayTime(Value(index), dsp::MsToFrames(Value(index), RateHz()),
+                                   Choice(kTimeUnit));
+        case kTimeUnit:
+            return GetDelayTimeUnitName(Choice(kTimeUnit));
+        case kChannelCount:
+            return kracore::utility::NumberToString(static_cast<double>(channelCount_), 0, 0, {},
+                                                    31);
+        default:
+            return TableDriven::GetParameterString(index);
+    }
 }
 
 Delay::Settings Delay::DeriveSettings() const {

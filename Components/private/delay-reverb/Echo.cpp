@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Components/ParameterInfos.h"
+#include "Components/private/delay-reverb/DelayTimeUnit.h"
 #include "Components/private/delay-reverb/EchoDSP.h"
 #include "kraaudiodsp/OctaveEqualizer.h"
 #include "kraaudiodsp/Units.h"
@@ -29,11 +30,6 @@ constexpr float kOn = 150.0f / 199.0f;
 // clang-format off
 constexpr std::string_view kOnKey = "$$$/Effects/Echo/On=On";
 constexpr std::string_view kOffKey = "$$$/Effects/Echo/Off=Off";
-constexpr std::array<EnumEntry, 3> kTimeUnits{{
-    {"$$$/Effects/Echo/TimeUnitMilliseconds=Milliseconds"},
-    {"$$$/Effects/Echo/TimeUnitSamples=Samples"},
-    {"$$$/Effects/Echo/TimeUnitSeconds=Seconds"},
-}};
 constexpr std::array<ParameterRow, Echo::kParameterCount> kParameters{{
     //index                name key                                                         unit  kind           lo    hi    initial auto   role
     {Echo::kDelayLeft,     "$$$/Effects/Echo/DelayLeft=Delay Time (Left Channel)",          "ms", Kind::kLinear, 0,    2000, 348.8f},
@@ -52,7 +48,7 @@ constexpr std::array<ParameterRow, Echo::kParameterCount> kParameters{{
     {Echo::kFirstBand + 7, "$$$/Effects/Echo/EQGain8=EQ Band 8",                            "dB", Kind::kLinear, -15,  15,   0},
     {Echo::kLockChannels,  "$$$/Effects/Echo/LockLR=Lock Left & Right Channels",            "",   Kind::kBool,   0,    1,    0,      true,  Role::kLink,          {}, kOnKey, kOffKey},
     {Echo::kBounce,        "$$$/Effects/Echo/EchoBounce=Echo Bounce",                       "",   Kind::kBool,   0,    1,    0,      true,  Role::kControl,       {}, kOnKey, kOffKey},
-    {Echo::kTimeUnit,      "$$$/Effects/Echo/TimeUnit=Delay Time Units",                    "",   Kind::kEnum,   0,    2,    0,      false, Role::kDisplay,       kTimeUnits},
+    {Echo::kTimeUnit,      "$$$/Effects/Echo/TimeUnit=Delay Time Units",                    "",   Kind::kEnum,   0,    2,    0,      false, Role::kDisplay,       kDelayTimeUnits},
     {Echo::kChannelCount,  "$$$/Effects/Echo/NumChannels=Number of Channels",               "",   Kind::kLinear, 0,    Echo::kMaxChannelCount, 2, false, Role::kFollowsLayout, {}, {}, {}, 0},
 }};
 
@@ -132,18 +128,19 @@ void Echo::SetupParameterInfos() {
 }
 
 WStr Echo::GetParameterString(int index) const {
-    using kracore::utility::NumberToString;
-    if (index == kChannelCount)
-        return NumberToString(static_cast<double>(channelCount_), 0, 0, {}, 31);
-    if (index == kTimeUnit)
-        return kracore::config::Localizer::Localize(
-            kTimeUnits[static_cast<std::size_t>(Choice(kTimeUnit))].nameKey);
-    const bool isDelay = index == kDelayLeft || index == kDelayRight;
-    if (isDelay && Choice(kTimeUnit) == 1 && RateHz() > 0.0)
-        return NumberToString(dsp::MsToWholeFrames(Value(index), RateHz()), 0, 0, {}, 31);
-    if (isDelay && Choice(kTimeUnit) == 2)
-        return NumberToString(Value(index) / 1000.0, 1, 4, {}, 31);
-    return TableDriven::GetParameterString(index);
+    switch (index) {
+        case kDelayLeft:
+        case kDelayRight:
+            return FormatDelayTime(Value(index), dsp::MsToWholeFrames(Value(index), RateHz()),
+                                   Choice(kTimeUnit));
+        case kTimeUnit:
+            return GetDelayTimeUnitName(Choice(kTimeUnit));
+        case kChannelCount:
+            return kracore::utility::NumberToString(static_cast<double>(channelCount_), 0, 0, {},
+                                                    31);
+        default:
+            return TableDriven::GetParameterString(index);
+    }
 }
 
 Echo::Settings Echo::DeriveSettings() const {
