@@ -4,6 +4,9 @@
 #include <atomic>
 #include <cmath>
 #include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "Components/MultiChannelComponentBase.h"
 #include "Components/ParameterTable.h"
@@ -58,6 +61,10 @@ protected:
         this->ReserveParameters(tables.parameters.size());
         for (const ParameterRow& row : tables_.parameters)
             values_[At(row.index)].store(row.initial, std::memory_order_relaxed);
+        std::vector<std::string> presets;
+        for (const PresetRow& row : tables_.presets)
+            presets.emplace_back(kracore::config::GetKeyName(row.nameKey));
+        this->SetFactoryPresetIdentifiers(std::move(presets));
     }
 
     /// Registers one description per row. [host]

@@ -121,7 +121,9 @@ int FindFactoryPreset(const AudioFilter& filter, std::string_view name) {
     name = Trim(name);
     if (name.empty()) return -1;
     for (int preset = 0; preset < filter.GetNumFactoryPresets(); ++preset)
-        if (EqualsIgnoringCase(ToUtf8(filter.GetFactoryPresetName(preset)), name)) return preset;
+        if (EqualsIgnoringCase(ToUtf8(filter.GetFactoryPresetName(preset)), name) ||
+            EqualsIgnoringCase(filter.GetFactoryPresetIdentifier(preset), name))
+            return preset;
     return -1;
 }
 

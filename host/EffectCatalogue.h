@@ -54,7 +54,7 @@ AudioFilterPtr CreateForFormat(const Effect& effect,
 /// the side chain of an effect that has one; false when the effect does not end up with it. [host]
 bool RequestChannels(AudioFilter& filter, std::size_t channels, std::size_t sideChannels = 0);
 
-/// A factory preset by its name as shown; case does not count. -1 when there is none.
+/// A factory preset by its name as shown or its identifier; case does not count. -1 when there is none.
 int FindFactoryPreset(const AudioFilter& filter, std::string_view name);
 std::vector<std::string> GetFactoryPresetNames(const AudioFilter& filter);
 

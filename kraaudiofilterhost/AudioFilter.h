@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
@@ -166,6 +168,13 @@ public:
     void SetUseChannelMaps(bool use) { useChannelMaps_ = use; }
     bool AreChannelMapsUsed() const { return useChannelMaps_; }
 
+    /// Name of a factory preset in files and scripts, whatever the language: the last part of its text
+    /// key ("10dBBoost"). Empty when it has none. [host]
+    std::string GetFactoryPresetIdentifier(int preset) const {
+        const bool isKnown = preset >= 0 && preset < static_cast<int>(presetIdentifiers_.size());
+        return isKnown ? presetIdentifiers_[static_cast<std::size_t>(preset)] : std::string();
+    }
+
     const WStr& GetPresetName() const { return presetName_; }
     void SetPresetName(const WStr& name) { presetName_ = name; }
     bool IsPresetDirty() const { return presetDirty_; }
@@ -186,6 +195,10 @@ protected:
     void AddInputBus(const AudioFilterBusDescription& bus);
     void AddOutputBus(const AudioFilterBusDescription& bus);
     void ClearBusConfiguration();
+    /// One for each factory preset. [host]
+    void SetFactoryPresetIdentifiers(std::vector<std::string> identifiers) {
+        presetIdentifiers_ = std::move(identifiers);
+    }
     /// Makes room for `count` values, so that SetParameter allocates nothing. [host]
     void ReserveParameters(std::size_t count) { parameters_.resize(count, 0.0f); }
     void CountNonFiniteSamples(std::uint64_t count) {
@@ -219,6 +232,7 @@ private:
     std::vector<float*> mappedIn_;
     std::vector<float*> mappedOut_;
 
+    std::vector<std::string> presetIdentifiers_;
     WStr presetName_;
     bool presetDirty_ = false;
     kracore::proplist::PropList unknownSettings_;

@@ -112,7 +112,7 @@ protected:
 };
 
 TEST_F(ChainProcessorTest, AppliesThePresetThenTheSettingsAndResolvesNames) {
-    auto processor = Make({{"TestDelay", "3:1, half < LEVEL", {{"Mix", "25"}, {"cutoff", "1.5kHz"}}}});
+    auto processor = Make({{"TestDelay", "halflevel", {{"Mix", "25"}, {"cutoff", "1.5kHz"}}}});
     EXPECT_EQ(
         processor.GetResolvedChain(),
         (Chain{{"test-delay", "3:1, Half < level", {{"mix", "25%"}, {"eq-cutoff", "1500 Hz"}}}}));
@@ -140,7 +140,7 @@ TEST_F(ChainProcessorTest, TellsAllFaultsAtOnce) {
 
 TEST_F(ChainProcessorTest, FindsPresetsThatThePersonSaved) {
     const UserPresets presets(folder_);
-    const ChainStep saved{"test-delay", "3:1, Half < level", {{"mix", "10%"}}};
+    const ChainStep saved{"test-delay", "HalfLevel", {{"mix", "10%"}}};
     EXPECT_TRUE(presets.GetNames("test-delay").empty());
     for (const char* name : {"Mine", "a/b: \"100 %\"", "../../up", ".hidden"}) {
         const std::string path = presets.Save("test-delay", name, saved);

@@ -84,6 +84,9 @@ TEST(Names, EveryNameOfTheLibraryIsUnique) {
                     GetFactoryPresetNames(*filter)[static_cast<std::size_t>(preset)];
                 EXPECT_TRUE(presets.insert(ToLower(name)).second) << effect.slug << " " << name;
                 EXPECT_EQ(FindFactoryPreset(*filter, ToLower(name)), preset);
+                EXPECT_EQ(FindFactoryPreset(*filter, filter->GetFactoryPresetIdentifier(preset)),
+                          preset)
+                    << effect.slug << " " << name;
             }
         }
     }
