@@ -78,7 +78,10 @@ int RunDemo(const DemoOptions& options) {
     render.output.path = (folder / "demo.wav").string();
     render.interrupted = &GetInterruption();
     const auto reader = host::AudioReader::Open(dry);
-    const host::RenderReport report = host::Render(*reader, chain, kMusicRateHz, render);
+    const host::RenderReport report = [&] {
+        const InterruptibleJob interruptible;
+        return host::Render(*reader, chain, kMusicRateHz, render);
+    }();
     host::WriteChainFile((folder / "chain.json").string(), chain.GetResolvedChain());
     const std::string summary = Summarize(report, chain.GetResolvedChain());
     host::WriteFileAtomically((folder / "summary.txt").string(), summary);

@@ -169,6 +169,7 @@ int RunProcess(const ProcessOptions& options) {
             Progress progress(job.progress, job.rateHz);
             if (job.progress != ProgressMode::kNone)
                 job.render.progress = [&](const host::RenderProgress& p) { progress.Show(p); };
+            const InterruptibleJob interruptible;
             report = host::Render(*job.reader, *job.chain, job.rateHz, job.render);
         }
         if (!options.saveChainFile.empty())
