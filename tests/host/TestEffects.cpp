@@ -88,6 +88,19 @@ protected:
     void OnNumberOfChannelsChanged(std::size_t) override {}
 };
 
+class TestSideChain final : public kraaudiofilterhost::AudioFilter {
+public:
+    TestSideChain() : AudioFilter(u"test.TestSideChain", u"Side Chain") {
+        using Bus = kraaudiofilterhost::AudioFilterBusDescription;
+        AddInputBus(Bus::CreateStereo(u"In", Bus::kMain));
+        AddInputBus(Bus::CreateStereo(u"Side", Bus::kSideChain));
+        AddOutputBus(Bus::CreateStereo(u"Out", Bus::kMain));
+    }
+    void Process(float** in, float** out, int frames, Flags, Flags&) override {
+        for (int c = 0; c < 2; ++c) std::copy_n(in[c + 2], frames, out[c]);
+    }
+};
+
 template <class Effect>
 kraaudiofilterhost::AudioFilterPtr Create() {
     return new Effect;
@@ -98,6 +111,8 @@ constexpr std::array kEffects{
                    Create<TestDelay>},
     CatalogueEntry{u"test.TestEndless", "$$$/Test/EndlessTitle=Endless", Category::kFilter,
                    Create<TestEndless>},
+    CatalogueEntry{u"test.TestSideChain", "$$$/Test/SideChainTitle=Side Chain", Category::kFilter,
+                   Create<TestSideChain>},
 };
 
 }  // namespace

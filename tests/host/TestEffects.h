@@ -14,6 +14,7 @@ inline constexpr int kDelayTailFrames = 50;
 ///   "test-delay" (class TestDelay), 1 to 8 channels: y[n] = Level (x[n - 100] + x[n - 150] / 2); reports
 ///   a latency of 100 frames and a tail of 50. Has one parameter of every kind.
 ///   "endless" (class TestEndless): passes audio unchanged and reports a tail without end.
+///   "side-chain" (class TestSideChain), stereo: gives what comes in at its side chain.
 std::span<const components::CatalogueEntry> GetTestEffects();
 
 }  // namespace zuc::host::test

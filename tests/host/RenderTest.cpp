@@ -1,0 +1,260 @@
+#include "host/Render.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <random>
+
+#include "TestEffects.h"
+#include "host/Error.h"
+
+namespace zuc::host {
+namespace {
+
+namespace fs = std::filesystem;
+using Audio = std::vector<std::vector<float>>;
+
+constexpr int kRateHz = 48000;
+constexpr int kFrames = 4800;
+
+Audio Silence(std::size_t channels, std::size_t frames = kFrames) {
+    return Audio(channels, std::vector<float>(frames));
+}
+Audio Noise(std::size_t channels, float level) {
+    std::mt19937 random(7);
+    Audio audio = Silence(channels);
+    for (auto& channel : audio)
+        for (float& x : channel)
+            x = level * static_cast<float>(static_cast<double>(random()) / 2147483648.0 - 1.0);
+    return audio;
+}
+float GetPeak(const Audio& audio) {
+    float peak = 0.0f;
+    for (const auto& channel : audio)
+        for (const float x : channel) peak = std::max(peak, std::abs(x));
+    return peak;
+}
+
+class RenderTest : public testing::Test {
+protected:
+    RenderTest() : folder_(testing::TempDir() + "zuc-render-" + std::to_string(::getpid())) {
+        fs::create_directories(folder_);
+        options_.output.path = Path("out.wav");
+    }
+    ~RenderTest() override { fs::remove_all(folder_); }
+
+    std::string Path(const char* name) const { return (folder_ / name).string(); }
+
+    void WriteInput(const Audio& audio,
+                    SampleFormat samples = SampleFormat::kFloat32,
+                    const AudioMetadata& metadata = {}) const {
+        AudioWriterOptions options;
+        options.path = Path("in.wav");
+        options.samples = samples;
+        options.rateHz = kRateHz;
+        options.channels = static_cast<int>(audio.size());
+        AudioWriter writer(options, metadata);
+        std::vector<const float*> channels;
+        for (const auto& channel : audio) channels.push_back(channel.data());
+        writer.Write(channels.data(), static_cast<int>(audio.front().size()));
+        writer.Commit();
+    }
+
+    RenderReport Render(const Chain& chain, int blockFrames = 512, int rateHz = kRateHz) {
+        const auto reader = AudioReader::Open(Path("in.wav"));
+        ChainProcessor processor(chain, catalogue_, UserPresets(Path("presets")),
+                                 static_cast<float>(rateHz),
+                                 static_cast<std::size_t>(reader->GetInfo().channels), blockFrames);
+        return host::Render(*reader, processor, rateHz, options_);
+    }
+
+    Audio ReadOutput() const {
+        const auto reader = AudioReader::Open(Path("out.wav"));
+        Audio audio = Silence(static_cast<std::size_t>(reader->GetInfo().channels),
+                              static_cast<std::size_t>(reader->GetInfo().frames));
+        std::vector<float*> channels;
+        for (auto& channel : audio) channels.push_back(channel.data());
+        EXPECT_EQ(reader->Read(channels.data(), static_cast<int>(audio.front().size())),
+                  reader->GetInfo().frames);
+        return audio;
+    }
+
+    std::string ReadBytes(const char* name) const {
+        std::ifstream file(Path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    std::vector<std::string> ListFolder() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder_))
+            names.push_back(entry.path().filename());
+        return names;
+    }
+
+    fs::path folder_;
+    RenderOptions options_;
+    EffectCatalogue catalogue_{test::GetTestEffects()};
+};
+
+TEST_F(RenderTest, AlignsTheOutputWithTheInputAndAddsTheTail) {
+    const struct {
+        const char* name;
+        int effects;
+        TimeRange range;
+        Tail tail;
+        int frames;
+        int impulse;  // where the one of input frame 1000 comes out
+    } rows[] = {
+        {"reported tail", 1, {}, {}, kFrames + test::kDelayTailFrames, 1000},
+        {"two effects", 2, {}, {}, kFrames + 2 * test::kDelayTailFrames, 1000},
+        {"no tail", 1, {}, {Tail::Kind::kNone, 0}, kFrames, 1000},
+        {"a second of tail", 1, {}, {Tail::Kind::kSeconds, 1.0}, kFrames + kRateHz, 1000},
+        {"no effects", 0, {}, {}, kFrames, 1000},
+        {"range", 1, {0.01, 0.05}, {}, 1920 + test::kDelayTailFrames, 520},
+        {"open range", 1, {0.02}, {Tail::Kind::kNone, 0}, kFrames - 960, 40},
+        {"range past the end", 1, {0.02, 9.0}, {Tail::Kind::kNone, 0}, kFrames - 960, 40},
+    };
+    Audio impulse = Silence(2);
+    impulse[1][1000] = 0.5f;
+    WriteInput(impulse);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        options_.range = row.range;
+        options_.tail = row.tail;
+        const RenderReport report =
+            Render(Chain(static_cast<std::size_t>(row.effects), {"test-delay", "", {}}));
+        const Audio output = ReadOutput();
+        ASSERT_EQ(output[0].size(), static_cast<std::size_t>(row.frames));
+        EXPECT_EQ(report.framesOut, row.frames);
+        EXPECT_EQ(report.latencyFrames, row.effects * test::kDelayLatencyFrames);
+        EXPECT_EQ(GetPeak({output[0]}), 0.0f);
+        EXPECT_EQ(output[1][static_cast<std::size_t>(row.impulse)], 0.5f);
+        const float later = output[1][static_cast<std::size_t>(row.impulse) + test::kDelayTailFrames];
+        EXPECT_EQ(later, static_cast<float>(row.effects) * 0.25f);
+    }
+    options_.range = {1.0, 2.0};
+    EXPECT_THROW(Render({}), Error) << "a range behind the end";
+}
+
+TEST_F(RenderTest, ChangesTheRateBeforeTheChain) {
+    Audio impulse = Silence(1);
+    impulse[0][1000] = 0.5f;
+    WriteInput(impulse);
+    for (const int rateHz : {96000, 44100}) {
+        const RenderReport report = Render({{"test-delay", "", {}}}, 512, rateHz);
+        const Audio output = ReadOutput();
+        EXPECT_EQ(report.output.rateHz, rateHz);
+        EXPECT_EQ(static_cast<long>(output[0].size()),
+                  std::lround(kFrames * (rateHz / 48000.0)) + test::kDelayTailFrames);
+        const auto peak = std::max_element(output[0].begin(), output[0].end()) - output[0].begin();
+        EXPECT_EQ(peak, std::lround(1000 * (rateHz / 48000.0)));
+    }
+}
+
+TEST_F(RenderTest, DoesNotDependOnTheBlockLength) {
+    WriteInput(Noise(3, 0.9f), SampleFormat::kInt24);
+    for (const OnClip onClip : {OnClip::kWarn, OnClip::kLimit, OnClip::kNormalize}) {
+        options_.onClip = onClip;
+        options_.output.samples = SampleFormat::kInt16;
+        Render({{"test-delay", "", {}}}, 4096);
+        const std::string expected = ReadBytes("out.wav");
+        for (const int blockFrames : {1, 7, 64, 1000}) {
+            Render({{"test-delay", "", {}}}, blockFrames);
+            EXPECT_TRUE(ReadBytes("out.wav") == expected) << blockFrames;
+        }
+    }
+}
+
+TEST_F(RenderTest, AnEmptyChainKeepsEveryBit) {
+    for (const SampleFormat samples : {SampleFormat::kInt16, SampleFormat::kInt24,
+                                       SampleFormat::kInt32, SampleFormat::kFloat32}) {
+        WriteInput(Noise(2, 1.0f), samples);
+        const RenderReport report = Render({});
+        EXPECT_TRUE(ReadBytes("out.wav") == ReadBytes("in.wav")) << report.output.encoding;
+    }
+}
+
+TEST_F(RenderTest, TreatsSamplesBeyondFullScaleAsAsked) {
+    Audio audio = Noise(2, 0.25f);
+    audio[1][2000] = -0.8f;
+    WriteInput(audio);
+    options_.output.samples = SampleFormat::kInt24;
+    const Chain louder{{"test-delay", "", {{"level", "+12dB"}}}};  // 3.98 times
+
+    const RenderReport warned = Render(louder);
+    EXPECT_GT(warned.overs.count, 0);
+    EXPECT_NEAR(warned.overs.peak, 0.8f * 3.98f, 0.6f);
+
+    fs::remove(Path("out.wav"));
+    options_.onClip = OnClip::kError;
+    try {
+        Render(louder);
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.GetCode(), ExitCode::kClippedOrFaulty);
+    }
+    EXPECT_THAT(ListFolder(), testing::ElementsAre("in.wav"));
+    EXPECT_NO_THROW(Render({}));
+
+    options_.onClip = OnClip::kLimit;
+    const RenderReport limited = Render(louder);
+    EXPECT_EQ(limited.overs.count, 0);
+    EXPECT_EQ(limited.framesOut, warned.framesOut);
+    EXPECT_LT(limited.limiterLowestGainDb, -9.0f);
+
+    options_.onClip = OnClip::kNormalize;
+    options_.output.samples = SampleFormat::kFloat32;
+    const RenderReport normalized = Render(louder);
+    EXPECT_EQ(normalized.overs.count, 0);
+    EXPECT_NEAR(GetPeak(ReadOutput()), 1.0f, 1e-6f);
+    EXPECT_NEAR(normalized.normalizeGainDb, -20.0f * std::log10(warned.overs.peak), 1e-3f);
+    EXPECT_EQ(Render({}).normalizeGainDb, 0.0f) << "what does not clip stays as it is";
+}
+
+TEST_F(RenderTest, LeavesNothingBehindWhenInterrupted) {
+    WriteInput(Noise(2, 0.5f));
+    std::atomic<int> interrupted{0};
+    options_.interrupted = &interrupted;
+    options_.progress = [&](const RenderProgress& progress) {
+        EXPECT_EQ(progress.framesTotal, kFrames + test::kDelayTailFrames);
+        if (progress.framesDone > 2000) interrupted = 2;
+    };
+    EXPECT_THROW(Render({{"test-delay", "", {}}}), Interrupted);
+    EXPECT_THAT(ListFolder(), testing::ElementsAre("in.wav"));
+}
+
+TEST_F(RenderTest, ReportsWhatAPersonShouldKnow) {
+    Audio audio = Noise(2, 0.5f);
+    audio[0][10] = std::numeric_limits<float>::infinity();
+    audio[1][11] = std::numeric_limits<float>::quiet_NaN();
+    AudioMetadata metadata;
+    metadata.cues = {{100, "early"}, {960, "kept"}, {4000, "late"}};
+    WriteInput(audio, SampleFormat::kFloat32, metadata);
+
+    RenderReport report = Render({{"endless", "", {}}});
+    EXPECT_EQ(report.nonFiniteSamplesIn, 2);
+    EXPECT_TRUE(report.isTailCut);
+    EXPECT_EQ(report.tailFrames, std::lround(kMaximumAutoTailSeconds * kRateHz));
+
+    options_.range = {0.01, 0.05};
+    report = Render({}, 512, 24000);
+    EXPECT_EQ(report.framesIn, 1920);
+    const auto cues = AudioReader::Open(Path("out.wav"))->GetMetadata().cues;
+    ASSERT_EQ(cues.size(), 1u) << "marks outside of the range are gone";
+    EXPECT_EQ(cues[0].frame, 240) << "the others count from its start, at the new rate";
+}
+
+TEST(Tail, ReadsWordsAndTimes) {
+    EXPECT_EQ(ParseTail("Auto"), (Tail{Tail::Kind::kAuto, 0}));
+    EXPECT_EQ(ParseTail("none"), (Tail{Tail::Kind::kNone, 0}));
+    EXPECT_EQ(ParseTail("1:00.5"), (Tail{Tail::Kind::kSeconds, 60.5}));
+    for (const char* text : {"", "never", "-1", "inf"})
+        EXPECT_THROW(ParseTail(text), Error) << text;
+}
+
+}  // namespace
+}  // namespace zuc::host
