@@ -119,12 +119,12 @@ std::complex<double> OctaveEqualizer::GetResponse(const BandGains& bands, double
     const auto weights = Weights(bands);
     std::complex<double> response = weights[0];
     // The mean of 2^k values is k times the mean of two, 1, 2, 4, ... frames apart.
+    auto turn = std::polar(1.0, -2.0 * std::numbers::pi * cyclesPerFrame);
     std::complex<double> mean = 1.0;
     std::complex<double> cascade = 1.0;
     for (std::size_t k = 1; k < weights.size(); ++k) {
-        const double apart = static_cast<double>(vector::GetOctaveStageFrames(k - 1)) / 2.0;
-        const double angle = -2.0 * std::numbers::pi * cyclesPerFrame * apart;
-        mean *= 0.5 * (1.0 + std::polar(1.0, angle));
+        mean *= 0.5 * (1.0 + turn);
+        turn *= turn;
         cascade *= mean;
         response += weights[k] * cascade;
     }

@@ -87,6 +87,23 @@ TEST(Delay, CrossfadesOverATenthOfASecondWhileAnotherChangeWaits) {
     }
 }
 
+TEST(Delay, SettingsOfTheFirstBlockAfterResumeAreNotFadedIn) {
+    const Signal noise = MakeNoise(2, 50000);
+    Player used;
+    used.Play(noise);
+    used.Set(Delay::kDelayLeft, 30.0f);
+    used.Play(noise, 0, 1000, 500);
+    used.Set(Delay::kDelayLeft, 50.0f);
+    used.Play(noise, 0, 1000, 500);
+    used->Suspend();
+    used->Resume();
+    used.Set(Delay::kMixLeft, 20.0f);
+    Player fresh;
+    fresh.Set(Delay::kDelayLeft, 50.0f);
+    fresh.Set(Delay::kMixLeft, 20.0f);
+    EXPECT_EQ(used.Play(noise), fresh.Play(noise));
+}
+
 TEST(Delay, PresetsAreTheirTable) {
     const struct {
         const char* name;

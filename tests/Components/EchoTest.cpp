@@ -140,6 +140,23 @@ TEST(Echo, RepeatsByTheFeedbackWhenTheEqualizerIsFlat) {
     EXPECT_EQ(std::count_if(out[1].begin(), out[1].end(), [](float x) { return x != 0.0f; }), 3);
 }
 
+TEST(Echo, SettingsOfTheFirstBlockAfterResumeAreNotFadedIn) {
+    const Signal noise = MakeNoise(2, 50000);
+    Player used;
+    used.Play(noise);
+    used.Set(Echo::kDelayLeft, 30.0f);
+    used.Play(noise, 0, 1000, 500);
+    used.Set(Echo::kDelayLeft, 50.0f);
+    used.Play(noise, 0, 1000, 500);
+    used->Suspend();
+    used->Resume();
+    used.Set(Echo::kFeedbackLeft, 20.0f);
+    Player fresh;
+    fresh.Set(Echo::kDelayLeft, 50.0f);
+    fresh.Set(Echo::kFeedbackLeft, 20.0f);
+    EXPECT_EQ(used.Play(noise), fresh.Play(noise));
+}
+
 TEST(Echo, PresetsAreTheirTable) {
     const struct {
         const char* name;
