@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "Components/Echo.h"
+#include "Components/ParametricEqualizer.h"
 #include "host/ConformanceRig.h"
 #include "kraaudiofilterhost/PresetData.h"
 #include "kracore/Localizer.h"
@@ -411,30 +412,51 @@ void CheckClicks(Run& run) {
     }
 }
 
+void RenderGuarded(Run& run, Rig& rig, std::size_t channels, int blockFrames) {
+    rig.Randomize(run.Options().seed + static_cast<std::uint64_t>(blockFrames));
+    rig.Render(Noise(run, channels, 8192), blockFrames);
+    run.Expect(rig.GetProcessFinding().empty(),
+               fmt::format("Process is not real-time safe with {} channels in blocks of {}: {}",
+                           channels, blockFrames, rig.GetProcessFinding()));
+}
+
 void CheckRealTime(Run& run) {
-    const RealTimeProbe& probe = run.Options().probe;
-    const std::uint64_t before = probe.countFindings();
     for (const std::size_t channels : {1u, 2u, 6u, 32u}) {
         Rig rig = run.MakeGuardedRig({48000.0f, channels, 512});
-        for (const int blockFrames : {512, 1, 64, 4096}) {
-            rig.Randomize(run.Options().seed + static_cast<std::uint64_t>(blockFrames));
-            rig.Render(Noise(run, channels, 8192), blockFrames);
-        }
+        for (const int blockFrames : {512, 1, 64, 2047})
+            RenderGuarded(run, rig, channels, blockFrames);
         Signal bad = Noise(run, channels, 512);
         bad[0][3] = std::numeric_limits<float>::quiet_NaN();
         rig.Render(bad, 512);
-        rig.Resume();
+        run.Expect(rig.GetProcessFinding().empty(),
+                   fmt::format("Process is not real-time safe with input that is not finite: {}",
+                               rig.GetProcessFinding()));
         // Hosts set what may be automated from their audio threads.
         std::vector<int> parameters = rig.GetSoundParameters();
         std::erase_if(parameters, [&](int index) {
             return !rig.Filter().GetParameterInfo(index)->CanBeAutomated();
         });
-        probe.enter();
-        for (const int index : parameters) rig.Filter().SetParameter(index, 0.3f);
-        probe.leave();
+        const std::string finding = rig.Watch([&] {
+            for (const int index : parameters) rig.Filter().SetParameter(index, 0.3f);
+        });
+        run.Expect(finding.empty(),
+                   fmt::format("setting parameters is not real-time safe: {}", finding));
     }
-    run.Expect(probe.countFindings() == before,
-               fmt::format("processing is not real-time safe: {}", probe.describeLast()));
+}
+
+void CheckRealTimeLongBlocks(Run& run) {
+    for (const std::size_t channels : {1u, 2u, 6u, 32u}) {
+        Rig rig = run.MakeGuardedRig({48000.0f, channels, 4096});
+        for (const int blockFrames : {2048, 4096}) RenderGuarded(run, rig, channels, blockFrames);
+    }
+}
+
+void CheckRealTimeResume(Run& run) {
+    Rig rig = run.MakeGuardedRig({48000.0f, 2, 512});
+    rig.Render(Noise(run, 2, 512), 512);
+    rig.Resume();
+    run.Expect(rig.GetResumeFinding().empty(),
+               fmt::format("Resume is not real-time safe: {}", rig.GetResumeFinding()));
 }
 
 // ---- The table ----
@@ -461,6 +483,8 @@ constexpr std::array kRows{
     CheckRow{{"denormals",          "No denormals come out; the caller's floating-point state is kept"}, CheckDenormals},
     CheckRow{{"clicks",             "Moving a parameter makes no larger steps than its settings do"}, CheckClicks},
     CheckRow{{"real-time",          "Processing allocates nothing, waits for nothing and never calls the system"}, CheckRealTime, true},
+    CheckRow{{"real-time-long-blocks", "The same for blocks of 2048 frames and more"}, CheckRealTimeLongBlocks, true},
+    CheckRow{{"real-time-resume",   "The same for Resume"}, CheckRealTimeResume, true},
 };
 
 struct ExceptionRow {
@@ -470,6 +494,7 @@ struct ExceptionRow {
 };
 constexpr std::array kExceptions{
     ExceptionRow{components::kEchoComponentID, "clicks", "the equalizer's band gains change at once, by contract; delays, feedback and levels have a test of their own"},
+    ExceptionRow{components::kParametricEqualizerComponentID, "real-time-long-blocks", "long blocks are spread over the processors, and the audio thread waits for them, by contract"},
 };
 // clang-format on
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Components/Catalogue.h"
@@ -39,9 +40,12 @@ public:
         int blockFrames = 2048;  // announced; renders may use any other length
     };
 
+    /// With a probe, Resume and Process are watched. `allowedCall` is one that Process may make, as the
+    /// probe describes it, at most once a block.
     Rig(const components::CatalogueEntry& effect,
         const Setup& setup,
-        const RealTimeProbe& probe = {});
+        const RealTimeProbe& probe = {},
+        std::string_view allowedCall = {});
 
     kraaudiofilterhost::AudioFilter& Filter() { return *filter_; }
     /// Channels that Process reads: the main bus, and side chains, fed like the main channels in turn.
@@ -55,12 +59,21 @@ public:
 
     /// Parameters that shape the sound: their indices.
     std::vector<int> GetSoundParameters() const;
+    /// What the last call that the probe objected to did; empty while there is none.
+    const std::string& GetResumeFinding() const { return resumeFinding_; }
+    const std::string& GetProcessFinding() const { return processFinding_; }
+    /// Runs `call` under the probe; what it objected to, or empty.
+    std::string Watch(const std::function<void()>& call) const;
+
     /// Moves every parameter that shapes the sound to a value drawn from `seed`.
     void Randomize(std::uint64_t seed);
 
 private:
     kraaudiofilterhost::AudioFilterPtr filter_;
     RealTimeProbe probe_;
+    std::string_view allowedCall_;
+    std::string resumeFinding_;
+    std::string processFinding_;
 };
 
 }  // namespace zuc::host::conformance

@@ -8,6 +8,7 @@
 #include "Components/Echo.h"
 #include "Components/FadeEnvelope.h"
 #include "Components/GainEnvelope.h"
+#include "Components/ParametricEqualizer.h"
 #include "Components/VolumeEnvelope.h"
 
 namespace zuc::components {
@@ -26,6 +27,7 @@ constexpr std::array kCatalogue{
     CatalogueEntry{kGainEnvelopeComponentID,   "$$$/AudioComponents/GainEnvelopeTitle=Gain Envelope",     Category::kAmplitude,   Create<GainEnvelope>},
     CatalogueEntry{kVolumeEnvelopeComponentID, "$$$/AudioComponents/VolumeEnvelopeTitle=Volume Envelope", Category::kAmplitude,   Create<VolumeEnvelope>},
     CatalogueEntry{kFadeEnvelopeComponentID,   "$$$/AudioComponents/FadeEnvelopeTitle=Fade Envelope",     Category::kAmplitude,   Create<FadeEnvelope>},
+    CatalogueEntry{kParametricEqualizerComponentID, "$$$/AudioComponents/ParametricEqualizerTitle=Parametric Equalizer", Category::kFilter, Create<ParametricEqualizer>},
     CatalogueEntry{kDelayComponentID,          "$$$/AudioComponents/DelayTitle=Delay",                    Category::kDelayReverb, Create<Delay>},
     CatalogueEntry{kEchoComponentID,           "$$$/AudioComponents/EchoTitle=Echo",                      Category::kDelayReverb, Create<Echo>},
 };
