@@ -296,13 +296,15 @@ private:
         if (!outline.empty()) canvas_.FillPolygon(outline, color);
     }
 
-    /// To the right of its point, or to the left where there is no room; always inside the panel.
+    /// Below and to the right of its point, or where there is no room further below to the left, out of
+    /// the way of a line that rises; always inside the panel.
     void DrawLabel(const Item& item) {
         FigurePoint at = ToPixels(item.points.front());
         const double width = kCharacterWidth * kTickSize * static_cast<double>(item.name.size());
         const bool onRight = at.x + 8.0 + width < area_.Right();
         at.x += onRight ? 8.0 : -8.0;
-        at.y = std::clamp(at.y + 14.0, area_.top + kTickSize, area_.Bottom() - 4.0);
+        at.y =
+            std::clamp(at.y + (onRight ? 14.0 : 26.0), area_.top + kTickSize, area_.Bottom() - 4.0);
         canvas_.DrawText(
             {item.name, at, kTickSize, kInk, onRight ? TextAnchor::kStart : TextAnchor::kEnd});
     }

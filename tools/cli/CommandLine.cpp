@@ -69,8 +69,12 @@ constexpr const char* kPlotExamples =
     "Kinds:\n"
     "  impulse    what comes out for one impulse in each channel, over time\n"
     "  response   magnitude over frequency, from the impulse\n"
+    "  transfer   output level over input level, of an effect with such a curve\n"
+    "  gain       waveform, levels and gain of a recording over time\n"
     "\n"
     "Examples:\n"
+    "  zuc plot transfer -e 'dynamics:preset=Classic Soft Knee' -o knee.svg\n"
+    "  zuc plot gain voice.wav -e 'dynamics:preset=Smooth Vocal' -o gain.png\n"
     "  zuc plot impulse -e echo:preset=Spooky -o spooky.svg\n"
     "  zuc plot response -e echo:echo-bounce=on --length 2 -o response.png";
 
@@ -249,11 +253,15 @@ private:
         Command& command = AddCommand(app_, "plot", "Draw what effects do, as SVG or PNG", plot_);
         PlotOptions& o = plot_;
         CLI::App& app = *command.app;
-        app.add_option("KIND", o.kind, "impulse or response");
+        app.add_option("KIND", o.kind, "impulse, response, transfer or gain");
+        app.add_option("IN", o.input, "Audio file to draw, of gain");
         app.add_option("-e,--effect", o.effects, "Effect to draw; repeat for a chain")
             ->allow_extra_args(false);
         app.add_option("-o,--output", o.output,
                        "Picture to write, .svg or .png; replaced if there");
+        app.add_option("--sidechain", o.sideChain,
+                       "Of gain: audio file that drives the side chain");
+        app.add_option("--range", o.range, "Of gain: part of the file, BEGIN..END");
         app.add_option("--rate", o.rate, "Sample rate in Hz (48000)");
         app.add_option("--channels", o.channels, "Channels, 1 to 8 (2)");
         app.add_option("--length", o.length, "Seconds from the impulse on (the tail, at most 10)");

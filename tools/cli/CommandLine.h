@@ -73,6 +73,9 @@ struct PresetSaveOptions {
 
 struct PlotOptions {
     std::string kind;
+    std::string input;
+    std::string sideChain;
+    std::string range;
     std::vector<std::string> effects;
     std::string output;
     std::string rate;

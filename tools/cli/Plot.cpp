@@ -7,8 +7,10 @@
 #include "host/ChainProcessor.h"
 #include "host/Faults.h"
 #include "host/Figure.h"
+#include "host/GainPlot.h"
 #include "host/ResponsePlot.h"
 #include "host/Text.h"
+#include "host/TransferPlot.h"
 #include "kracore/Numbers.h"
 
 namespace zuc::cli {
@@ -35,6 +37,9 @@ struct PlotJob {
     std::size_t channels = 2;
     double seconds = 0.0;  // 0: as long as it takes
     host::ImpulseScale scale = host::ImpulseScale::kAuto;
+    host::TimeRange range;
+    std::unique_ptr<host::AudioReader> input;  // of the kinds that draw a recording
+    std::unique_ptr<host::AudioReader> sideChain;
 
     std::string Title(const char* what) const {
         std::vector<std::string> steps;
@@ -52,9 +57,26 @@ host::ImpulseResponses Measure(const PlotJob& job) {
     return host::MeasureImpulseResponses(processor, job.rateHz, job.seconds);
 }
 
+host::Figure DrawTransfer(const PlotJob& job) {
+    if (job.chain.size() != 1)
+        throw Error(ExitCode::kUsage, "plot transfer shows one effect at a time");
+    return host::PlotTransfer(*job.MakeProcessor().GetFilters().front(),
+                              job.Title("Transfer curve of "));
+}
+
+host::Figure DrawGain(const PlotJob& job) {
+    const host::GainTrace trace =
+        host::MeasureGain(*job.input, job.range, job.chain, host::EffectCatalogue(),
+                          host::UserPresets(), job.sideChain.get());
+    const std::string& path = job.input->GetInfo().path;
+    const std::string title = path.substr(path.rfind('/') + 1) + " through ";
+    return host::PlotGain(trace, job.Title(title.c_str()));
+}
+
 struct PlotKind {
     const char* name;
     host::Figure (*draw)(const PlotJob& job);
+    bool needsInput = false;
 };
 constexpr std::array kKinds{
     PlotKind{"impulse",
@@ -67,6 +89,8 @@ constexpr std::array kKinds{
                  return host::PlotFrequencyResponses(Measure(job),
                                                      job.Title("Frequency response of "));
              }},
+    PlotKind{"transfer", DrawTransfer},
+    PlotKind{"gain", DrawGain, true},
 };
 
 host::ImpulseScale ParseScale(const std::string& text) {
@@ -109,6 +133,12 @@ PlotJob ReadOptions(const PlotOptions& options, host::Faults& faults) {
     if (!options.length.empty())
         faults.Try([&] { job.seconds = ParseNumber("--length", options.length, 0.001, 60.0); });
     faults.Try([&] { job.scale = ParseScale(options.scale); });
+    if (!options.range.empty())
+        faults.Try([&] { job.range = host::ParseTimeRange(options.range); });
+    if (!options.input.empty())
+        faults.Try([&] { job.input = host::AudioReader::Open(options.input); });
+    if (!options.sideChain.empty())
+        faults.Try([&] { job.sideChain = host::AudioReader::Open(options.sideChain); });
     return job;
 }
 
@@ -119,6 +149,12 @@ int RunPlot(const PlotOptions& options) {
     const PlotKind* kind = nullptr;
     faults.Try([&] { kind = &FindKind(options.kind); });
     const PlotJob job = ReadOptions(options, faults);
+    if (kind && kind->needsInput && options.input.empty())
+        faults.Add(Error(ExitCode::kUsage, "plot " + options.kind + ": IN is missing", "",
+                         "for example zuc plot gain in.wav -e dynamics -o gain.svg"));
+    if (kind && !kind->needsInput && !options.input.empty())
+        faults.Add(Error(ExitCode::kUsage,
+                         "plot " + options.kind + " does not expect '" + options.input + "'"));
     if (faults.IsEmpty()) faults.Try([&] { kind->draw(job).Save(options.output); });
     faults.ThrowIfAny();
     return static_cast<int>(ExitCode::kDone);
