@@ -74,8 +74,8 @@ host::Figure DrawGain(const PlotJob& job) {
 }
 
 struct PlotKind {
-    const char* name;
-    host::Figure (*draw)(const PlotJob& job);
+    const char* name = "";
+    host::Figure (*draw)(const PlotJob& job) = nullptr;
     bool needsInput = false;
 };
 constexpr std::array kKinds{
