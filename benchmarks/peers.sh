@@ -44,7 +44,12 @@ TABLE
 
 # Jobs of further effects; each group compares like with like.
 extra_jobs() {
-    :
+    local compressor=acompressor=threshold=0.1:ratio=3:attack=5:release=100
+    cat <<TABLE
+compressor	$1	zuc	$zuc process $1 $work/out.wav -y -q -e dynamics:high-cutoff=24kHz,location-3=-0dB,value-3=-14dB
+compressor	$1	sox	sox -V1 $1 -b 32 -e floating-point $work/out.wav compand 0.005,0.1 -100,-100,-20,-20,0,-14
+compressor	$1	ffmpeg	$(ffmpeg_job "$1" "$compressor" pcm_f32le)
+TABLE
 }
 
 make_input() { # channels of unequal noise and tones, at a level that does not clip
