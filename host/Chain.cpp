@@ -10,6 +10,7 @@
 #include "host/JsonReader.h"
 #include "host/TemporaryFile.h"
 #include "host/Text.h"
+#include "host/TimeRange.h"
 
 namespace zuc::host {
 namespace {
@@ -60,16 +61,47 @@ std::string TextOfValue(const JsonValue& value) {
                  std::string(json.type_name()));
 }
 
+std::vector<CurvePoint> PointsFromJson(const JsonValue& value) {
+    std::vector<CurvePoint> points;
+    for (const JsonValue& json : value.GetElements()) {
+        json.RequireKeys({"time", "value", "hold"});
+        const JsonValue time = json.Require("time");
+        CurvePoint point{0.0, TextOfValue(json.Require("value"))};
+        try {
+            point.seconds = ParseTime(TextOfValue(time));
+        } catch (const Error& error) {
+            time.Refuse(error.GetMessage(), error.GetAllowed());
+        }
+        if (json.Has("hold")) {
+            const JsonValue hold = json.Require("hold");
+            if (!hold.Get().is_boolean()) hold.Refuse("expected true or false");
+            point.hold = hold.Get().get<bool>();
+        }
+        if (!points.empty() && point.seconds <= points.back().seconds)
+            time.Refuse("the times of a curve must rise");
+        points.push_back(std::move(point));
+    }
+    if (points.empty()) value.Refuse("expected at least one point");
+    return points;
+}
+
 ChainStep StepFromJson(const JsonValue& value) {
-    value.RequireKeys({"effect", "preset", "settings"});
+    value.RequireKeys({"effect", "preset", "settings", "automation"});
     ChainStep step;
     step.effect = value.Require("effect").GetText();
     if (value.Has("preset")) step.preset = value.Require("preset").GetText();
-    if (!value.Has("settings")) return step;
-    const JsonValue settings = value.Require("settings");
-    settings.RequireObject();
-    for (const auto& [name, json] : settings.Get().items())
-        step.settings.push_back({name, TextOfValue(settings.Require(name))});
+    if (value.Has("settings")) {
+        const JsonValue settings = value.Require("settings");
+        settings.RequireObject();
+        for (const auto& [name, json] : settings.Get().items())
+            step.settings.push_back({name, TextOfValue(settings.Require(name))});
+    }
+    if (value.Has("automation")) {
+        const JsonValue automation = value.Require("automation");
+        automation.RequireObject();
+        for (const auto& [name, json] : automation.Get().items())
+            step.automation.push_back({name, PointsFromJson(automation.Require(name))});
+    }
     return step;
 }
 
@@ -83,6 +115,12 @@ Json StepToJson(const ChainStep& step) {
         settings[setting.name] = setting.text;
     }
     if (!settings.empty()) json["settings"] = std::move(settings);
+    for (const CurveText& curve : step.automation)
+        for (const CurvePoint& point : curve.points) {
+            Json row = {{"time", ToText(point.seconds) + " s"}, {"value", point.value}};
+            if (point.hold) row["hold"] = true;
+            json["automation"][curve.parameter].push_back(std::move(row));
+        }
     return json;
 }
 

@@ -13,11 +13,28 @@ struct Setting {
     bool operator==(const Setting&) const = default;
 };
 
+/// One point of an automation curve: a time of the file and a value as a person wrote it. With `hold`
+/// the value stays until the next point.
+struct CurvePoint {
+    double seconds = 0.0;
+    std::string value;
+    bool hold = false;
+    bool operator==(const CurvePoint&) const = default;
+};
+/// What one parameter does over time; an envelope effect's own curve goes by the name "curve".
+struct CurveText {
+    std::string parameter;
+    std::vector<CurvePoint> points;
+    bool operator==(const CurveText&) const = default;
+};
+
 /// One effect of a chain: the preset is applied first (empty: none), then the settings in order.
+/// Automated parameters follow their curves from the first frame on.
 struct ChainStep {
     std::string effect;
     std::string preset;
     std::vector<Setting> settings;
+    std::vector<CurveText> automation = {};
     bool operator==(const ChainStep&) const = default;
 };
 
@@ -37,7 +54,9 @@ std::string FormatStepText(const ChainStep& step);
 ///     {
 ///       "schema": "zuc.chain/1",
 ///       "effects": [
-///         {"effect": "amplify", "preset": "+3dB Boost", "settings": {"gain.1": "-6 dB"}}
+///         {"effect": "amplify", "preset": "+3dB Boost", "settings": {"gain.1": "-6 dB"},
+///          "automation": {"gain.2": [{"time": "0 s", "value": "-6 dB", "hold": true},
+///                                    {"time": "1:30", "value": "0 dB"}]}}
 ///       ]
 ///     }
 ///

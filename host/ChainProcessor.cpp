@@ -93,6 +93,8 @@ ChainProcessor::ChainProcessor(const Chain& chain,
                                std::size_t sideChannels)
     : channelCount_(channels),
       maximumBlockFrames_(maximumBlockFrames),
+      rateHz_(rateHz),
+      spanOut_(channels),
       silence_(static_cast<std::size_t>(maximumBlockFrames)),
       inputs_(channels) {
     Faults faults;
@@ -106,12 +108,16 @@ ChainProcessor::ChainProcessor(const Chain& chain,
                             effect.slug + " works on whole files and cannot stand in a chain");
             filter->SetRenderingContext(kraaudiofilterhost::RenderingContext::kOffline);
             resolved_.push_back(ApplyStep(step, effect.slug, presets, *filter));
+            automation_.emplace_back(step.automation, effect.slug, *filter, rateHz);
+            resolved_.back().automation = automation_.back().GetResolved();
             filters_.push_back(std::move(filter));
         });
     faults.ThrowIfAny();
     for (const AudioFilterPtr& filter : filters_)
         inputs_.resize(std::max(inputs_.size(), filter->GetNumberOfInputChannels()));
     std::fill(inputs_.begin(), inputs_.end(), silence_.data());
+    spanIn_.resize(inputs_.size());
+    delayFrames_.resize(filters_.size());
     sideChains_.resize(filters_.size());
     if (sideChannels == 0) return;
     const auto takesSideChain = [](const AudioFilterPtr& f) { return f->CanUseSideChaining(); };
@@ -120,12 +126,25 @@ ChainProcessor::ChainProcessor(const Chain& chain,
                     "'zuc describe EFFECT' says which have one");
 }
 
+void ChainProcessor::SetSelection(std::int64_t beginFrame, std::int64_t frames) {
+    beginFrame_ = beginFrame;
+    const auto rate = static_cast<double>(rateHz_);
+    for (const AudioFilterPtr& filter : filters_) {
+        filter->SetSelectionLeft(static_cast<double>(beginFrame) / rate);
+        filter->SetCurrentDuration(static_cast<double>(std::max<std::int64_t>(frames, 0)) / rate);
+    }
+}
+
 void ChainProcessor::Resume() {
+    position_ = beginFrame_;
     int delayFrames = 0;
     for (std::size_t k = 0; k < filters_.size(); ++k) {
         const std::size_t inputs = filters_[k]->GetNumberOfInputChannels();
         sideChains_[k].Prepare(inputs - std::min(inputs, channelCount_), delayFrames,
                                maximumBlockFrames_);
+        delayFrames_[k] = delayFrames;
+        automation_[k].Start(beginFrame_ - delayFrames);
+        filters_[k]->SetCurrentOffset(beginFrame_ - delayFrames);
         filters_[k]->Resume();
         delayFrames += std::max(0, filters_[k]->GetInitialDelay());
     }
@@ -133,10 +152,24 @@ void ChainProcessor::Resume() {
 
 void ChainProcessor::Process(float** audio, int frames, const float* const* side) {
     std::copy_n(audio, channelCount_, inputs_.begin());
-    kraaudiofilterhost::Flags outFlags;
     for (std::size_t k = 0; k < filters_.size(); ++k) {
         if (side) sideChains_[k].Take(side, frames, inputs_.data() + channelCount_);
-        filters_[k]->Process(inputs_.data(), audio, frames, {}, outFlags);
+        ProcessFilter(k, audio, frames);
+    }
+    position_ += frames;
+}
+
+/// One filter over the block, in spans between which its parameters stand still.
+void ChainProcessor::ProcessFilter(std::size_t index, float** audio, int frames) {
+    kraaudiofilterhost::Flags outFlags;
+    const std::int64_t position = position_ - delayFrames_[index];
+    filters_[index]->SetCurrentOffset(position);
+    for (int done = 0; done < frames;) {
+        const int count = automation_[index].Advance(position + done, frames - done);
+        for (std::size_t c = 0; c < inputs_.size(); ++c) spanIn_[c] = inputs_[c] + done;
+        for (std::size_t c = 0; c < channelCount_; ++c) spanOut_[c] = audio[c] + done;
+        filters_[index]->Process(spanIn_.data(), spanOut_.data(), count, {}, outFlags);
+        done += count;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/Automation.h"
 #include "host/Chain.h"
 #include "host/EffectCatalogue.h"
 #include "host/SideChainFeed.h"
@@ -27,7 +28,12 @@ public:
                    int maximumBlockFrames,
                    std::size_t sideChannels = 0);
 
-    void Resume();  // [audio]
+    /// The part of the source that is processed, in frames; -1 for a length that is not known. Times of
+    /// curves count from frame 0 of the source. [host]
+    void SetSelection(std::int64_t beginFrame, std::int64_t frames);
+
+    /// Begins at the start of the selection. [audio]
+    void Resume();
     /// Processes `frames` (at most the block length) frames in place, `audio[c][i]`.
     /// `side[k][i]` are the side-chain channels at the same time as the audio; null is silence. [audio]
     void Process(float** audio, int frames, const float* const* side = nullptr);
@@ -40,12 +46,23 @@ public:
     /// The chain with every name and value in its usual form, as it is saved. [host]
     const Chain& GetResolvedChain() const { return resolved_; }
     const std::vector<AudioFilterPtr>& GetFilters() const { return filters_; }
+    /// The curves of each filter. [host]
+    const std::vector<Automation>& GetAutomation() const { return automation_; }
     std::size_t GetChannelCount() const { return channelCount_; }
     int GetMaximumBlockFrames() const { return maximumBlockFrames_; }
 
 private:
+    void ProcessFilter(std::size_t index, float** audio, int frames);
+
     std::size_t channelCount_;
     int maximumBlockFrames_;
+    float rateHz_;
+    std::int64_t beginFrame_ = 0;            // of the selection
+    std::int64_t position_ = 0;              // frame of the source that comes next
+    std::vector<Automation> automation_;     // of each filter
+    std::vector<std::int64_t> delayFrames_;  // by which the audio comes late to each filter
+    std::vector<float*> spanIn_;
+    std::vector<float*> spanOut_;
     std::vector<AudioFilterPtr> filters_;
     Chain resolved_;
     std::vector<float> silence_;             // one block

@@ -144,6 +144,9 @@ private:
     void RunPass(const Sink& sink) {
         source_.Rewind();
         if (side_) side_->Rewind();
+        chain_.SetSelection(std::llround(static_cast<double>(source_.GetBeginFrame()) * rateHz_ /
+                                         reader_.GetInfo().rateHz),
+                            source_.GetTotalFrames());
         chain_.Resume();
         limiter_.reset();
         if (options_.onClip == OnClip::kLimit && pass_ == passCount_)

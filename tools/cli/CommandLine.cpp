@@ -40,6 +40,13 @@ constexpr const char* kProcessExamples =
     "  -e 'amplify:preset=+3dB Boost'    a preset, of the effect or saved by you\n"
     "Values carry units (-6dB, 348.8ms, 0.35s, 1.2kHz, 64%, on, off); without one they are in the\n"
     "parameter's own unit. 'zuc describe EFFECT' shows the settings.\n"
+    "A curve moves a parameter along points of time, counted from the start of the file, in "
+    "straight\n"
+    "lines in the parameter's own unit:\n"
+    "  -a echo.decay-left:0s=64%,5s=20%\n"
+    "  -a 'amplify.gain:0=-6dB hold,1:30=0dB'   hold: until the next point\n"
+    "  -a echo#2.echo-level-left:@level.csv     of the second echo; rows time,value[,hold]\n"
+    "  -a gain-envelope.curve:0s=0dB,2s=-12dB   the curve of an envelope effect\n"
     "\n"
     "Examples:\n"
     "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
@@ -71,12 +78,16 @@ constexpr const char* kPlotExamples =
     "  response   magnitude over frequency, from the impulse\n"
     "  transfer   output level over input level, of an effect with such a curve\n"
     "  gain       waveform, levels and gain of a recording over time\n"
+    "  curve      parameters that -a moves and curves of envelopes, over time\n"
+    "  waveform   the samples of audio files\n"
     "\n"
     "Examples:\n"
     "  zuc plot transfer -e 'dynamics:preset=Classic Soft Knee' -o knee.svg\n"
     "  zuc plot gain voice.wav -e 'dynamics:preset=Smooth Vocal' -o gain.png\n"
     "  zuc plot impulse -e echo:preset=Spooky -o spooky.svg\n"
-    "  zuc plot response -e echo:echo-bounce=on --length 2 -o response.png";
+    "  zuc plot response -e echo:echo-bounce=on --length 2 -o response.png\n"
+    "  zuc plot curve -e echo -a echo.decay-left:0s=64%,5s=20% -o curve.svg\n"
+    "  zuc plot waveform in.wav out.wav -o both.png";
 
 class Parser {
 public:
@@ -176,9 +187,7 @@ private:
         CLI::App& app = *command.app;
         app.add_option("IN", o.input, "Audio file to read; - is standard input");
         app.add_option("OUT", o.output, "Audio file to write; - is standard output");
-        app.add_option("-e,--effect", o.effects, "Effect to run through; repeat for a chain")
-            ->allow_extra_args(false);
-        app.add_option("--chain", o.chainFile, "Chain file, before the effects of -e");
+        AddChain(app, o.chain);
         app.add_option("--save-chain", o.saveChainFile, "Save the chain to a file");
         app.add_option("--sidechain", o.sideChain,
                        "Audio file that drives the side chain of the effects");
@@ -197,6 +206,15 @@ private:
         AddTalk(app, o.talk);
         app.footer(kProcessExamples);
         command.required = {{"IN", &o.input}, {"OUT", &o.output}};
+    }
+
+    static void AddChain(CLI::App& app, ChainArguments& chain) {
+        app.add_option("-e,--effect", chain.effects, "Effect to run through; repeat for a chain")
+            ->allow_extra_args(false);
+        app.add_option("-a,--automate", chain.automation,
+                       "Curve of a parameter: EFFECT.PARAMETER:TIME=VALUE,…; repeat for more")
+            ->allow_extra_args(false);
+        app.add_option("--chain", chain.chainFile, "Chain file, before the effects of -e");
     }
 
     static void AddTalk(CLI::App& app, TalkOptions& talk) {
@@ -253,18 +271,18 @@ private:
         Command& command = AddCommand(app_, "plot", "Draw what effects do, as SVG or PNG", plot_);
         PlotOptions& o = plot_;
         CLI::App& app = *command.app;
-        app.add_option("KIND", o.kind, "impulse, response, transfer or gain");
-        app.add_option("IN", o.input, "Audio file to draw, of gain");
-        app.add_option("-e,--effect", o.effects, "Effect to draw; repeat for a chain")
-            ->allow_extra_args(false);
+        app.add_option("KIND", o.kind, "impulse, response, transfer, gain, curve or waveform");
+        app.add_option("IN", o.inputs, "Of gain: audio file; of waveform: one or more");
+        AddChain(app, o.chain);
         app.add_option("-o,--output", o.output,
                        "Picture to write, .svg or .png; replaced if there");
         app.add_option("--sidechain", o.sideChain,
                        "Of gain: audio file that drives the side chain");
-        app.add_option("--range", o.range, "Of gain: part of the file, BEGIN..END");
+        app.add_option("--range", o.range, "Of gain and waveform: part of the files, BEGIN..END");
         app.add_option("--rate", o.rate, "Sample rate in Hz (48000)");
         app.add_option("--channels", o.channels, "Channels, 1 to 8 (2)");
-        app.add_option("--length", o.length, "Seconds from the impulse on (the tail, at most 10)");
+        app.add_option("--length", o.length,
+                       "Seconds shown (the tail, at most 10; of curve: to the last point)");
         app.add_option("--scale", o.scale, "Of impulse: auto, amplitude or level");
         app.footer(kPlotExamples);
         command.required = {{"KIND", &o.kind}, {"-o", &o.output}};

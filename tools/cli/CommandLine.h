@@ -26,11 +26,17 @@ struct TalkOptions {
     bool json = false;
 };
 
+/// How a chain of effects is given.
+struct ChainArguments {
+    std::string chainFile;
+    std::vector<std::string> effects;     // "amplify:gain=-6dB", "@chain.json"
+    std::vector<std::string> automation;  // "echo.decay-left:0s=64%,5s=20%"
+};
+
 struct ProcessOptions {
     std::string input;
     std::string output;
-    std::vector<std::string> effects;
-    std::string chainFile;
+    ChainArguments chain;
     std::string saveChainFile;
     std::string sideChain;
     std::string range;
@@ -73,10 +79,10 @@ struct PresetSaveOptions {
 
 struct PlotOptions {
     std::string kind;
-    std::string input;
+    std::vector<std::string> inputs;
+    ChainArguments chain;
     std::string sideChain;
     std::string range;
-    std::vector<std::string> effects;
     std::string output;
     std::string rate;
     std::string channels;

@@ -2,15 +2,19 @@
 #include <cmath>
 #include <utility>
 
+#include "ChainArguments.h"
 #include "Commands.h"
 #include "Console.h"
 #include "host/ChainProcessor.h"
+#include "host/CurvePlot.h"
 #include "host/Faults.h"
 #include "host/Figure.h"
 #include "host/GainPlot.h"
 #include "host/ResponsePlot.h"
 #include "host/Text.h"
+#include "host/TimeRange.h"
 #include "host/TransferPlot.h"
+#include "host/WaveformPlot.h"
 #include "kracore/Numbers.h"
 
 namespace zuc::cli {
@@ -20,6 +24,7 @@ using host::Error;
 using host::ExitCode;
 
 constexpr int kBlockFrames = 1024;
+constexpr std::size_t kMaximumFiles = 32;  // in one picture
 
 double ParseNumber(const char* option, const std::string& text, double lo, double hi) {
     const auto number = kracore::utility::StringToNumber(text);
@@ -38,7 +43,9 @@ struct PlotJob {
     double seconds = 0.0;  // 0: as long as it takes
     host::ImpulseScale scale = host::ImpulseScale::kAuto;
     host::TimeRange range;
-    std::unique_ptr<host::AudioReader> input;  // of the kinds that draw a recording
+    std::vector<std::string> files;
+    std::unique_ptr<host::AudioReader>
+        input;  // the first file, of kinds that run it through a chain
     std::unique_ptr<host::AudioReader> sideChain;
 
     std::string Title(const char* what) const {
@@ -76,7 +83,8 @@ host::Figure DrawGain(const PlotJob& job) {
 struct PlotKind {
     const char* name = "";
     host::Figure (*draw)(const PlotJob& job) = nullptr;
-    bool needsInput = false;
+    std::size_t mostFiles = 0;  // none are needed when it is 0
+    bool needsEffects = true;
 };
 constexpr std::array kKinds{
     PlotKind{"impulse",
@@ -90,7 +98,15 @@ constexpr std::array kKinds{
                                                      job.Title("Frequency response of "));
              }},
     PlotKind{"transfer", DrawTransfer},
-    PlotKind{"gain", DrawGain, true},
+    PlotKind{"gain", DrawGain, 1},
+    PlotKind{"curve",
+             [](const PlotJob& job) {
+                 host::ChainProcessor processor = job.MakeProcessor();
+                 return host::PlotCurves(processor, job.rateHz, job.seconds);
+             }},
+    PlotKind{"waveform",
+             [](const PlotJob& job) { return host::PlotWaveforms(job.files, job.range); },
+             kMaximumFiles, false},
 };
 
 host::ImpulseScale ParseScale(const std::string& text) {
@@ -110,17 +126,12 @@ const PlotKind& FindKind(const std::string& name) {
                 host::DidYouMean(name, names));
 }
 
-PlotJob ReadOptions(const PlotOptions& options, host::Faults& faults) {
+PlotJob ReadOptions(const PlotOptions& options, const PlotKind* kind, host::Faults& faults) {
     PlotJob job;
-    for (const std::string& text : options.effects)
-        faults.Try([&] {
-            if (!text.starts_with('@')) return job.chain.push_back(host::ParseStepText(text));
-            const host::Chain more = host::ReadChainFile(text.substr(1));
-            job.chain.insert(job.chain.end(), more.begin(), more.end());
-        });
-    if (job.chain.empty() && faults.IsEmpty())
-        faults.Add(Error(ExitCode::kUsage, "plot: -e EFFECT is missing", "",
-                         "for example -e echo:preset=Spooky"));
+    job.chain = MakeChain(options.chain, faults);
+    job.files = options.inputs;
+    if (!options.range.empty())
+        faults.Try([&] { job.range = host::ParseTimeRange(options.range); });
     if (!options.rate.empty())
         faults.Try([&] {
             job.rateHz = static_cast<float>(ParseNumber("--rate", options.rate, 1000.0, 768000.0));
@@ -133,13 +144,25 @@ PlotJob ReadOptions(const PlotOptions& options, host::Faults& faults) {
     if (!options.length.empty())
         faults.Try([&] { job.seconds = ParseNumber("--length", options.length, 0.001, 60.0); });
     faults.Try([&] { job.scale = ParseScale(options.scale); });
-    if (!options.range.empty())
-        faults.Try([&] { job.range = host::ParseTimeRange(options.range); });
-    if (!options.input.empty())
-        faults.Try([&] { job.input = host::AudioReader::Open(options.input); });
+    if (kind && kind->mostFiles == 1 && job.files.size() == 1)
+        faults.Try([&] { job.input = host::AudioReader::Open(job.files.front()); });
     if (!options.sideChain.empty())
         faults.Try([&] { job.sideChain = host::AudioReader::Open(options.sideChain); });
     return job;
+}
+
+/// That there is what the kind draws, and nothing else.
+void CheckUse(const PlotKind& kind, const PlotJob& job, host::Faults& faults) {
+    const std::string name = std::string("plot ") + kind.name;
+    if (kind.mostFiles > 0 && job.files.empty())
+        faults.Add(Error(ExitCode::kUsage, name + ": IN is missing", "",
+                         "for example zuc " + name + " in.wav -o picture.svg"));
+    if (job.files.size() > kind.mostFiles)
+        faults.Add(
+            Error(ExitCode::kUsage, name + " does not expect '" + job.files[kind.mostFiles] + "'"));
+    if (kind.needsEffects && job.chain.empty() && faults.IsEmpty())
+        faults.Add(Error(ExitCode::kUsage, "plot: -e EFFECT is missing", "",
+                         "for example -e echo:preset=Spooky"));
 }
 
 }  // namespace
@@ -148,13 +171,8 @@ int RunPlot(const PlotOptions& options) {
     host::Faults faults;
     const PlotKind* kind = nullptr;
     faults.Try([&] { kind = &FindKind(options.kind); });
-    const PlotJob job = ReadOptions(options, faults);
-    if (kind && kind->needsInput && options.input.empty())
-        faults.Add(Error(ExitCode::kUsage, "plot " + options.kind + ": IN is missing", "",
-                         "for example zuc plot gain in.wav -e dynamics -o gain.svg"));
-    if (kind && !kind->needsInput && !options.input.empty())
-        faults.Add(Error(ExitCode::kUsage,
-                         "plot " + options.kind + " does not expect '" + options.input + "'"));
+    const PlotJob job = ReadOptions(options, kind, faults);
+    if (kind) CheckUse(*kind, job, faults);
     if (faults.IsEmpty()) faults.Try([&] { kind->draw(job).Save(options.output); });
     faults.ThrowIfAny();
     return static_cast<int>(ExitCode::kDone);

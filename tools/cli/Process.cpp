@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "ChainArguments.h"
 #include "Commands.h"
 #include "Console.h"
 #include "Progress.h"
@@ -86,23 +87,6 @@ void CheckOutput(const ProcessOptions& options) {
                 options.keepExisting ? "" : "-y replaces it");
 }
 
-host::Chain MakeChain(const ProcessOptions& options, host::Faults& faults) {
-    host::Chain chain;
-    const auto addFile = [&](const std::string& path) {
-        const host::Chain more = host::ReadChainFile(path);
-        chain.insert(chain.end(), more.begin(), more.end());
-    };
-    if (!options.chainFile.empty()) faults.Try([&] { addFile(options.chainFile); });
-    for (const std::string& text : options.effects)
-        faults.Try([&] {
-            if (text.starts_with('@'))
-                addFile(text.substr(1));
-            else
-                chain.push_back(host::ParseStepText(text));
-        });
-    return chain;
-}
-
 /// Everything that the command line says about the job, read and checked.
 struct Job {
     host::RenderOptions render;
@@ -139,7 +123,7 @@ Job Prepare(const ProcessOptions& options) {
     Job job;
     host::Faults faults;
     ReadOptions(options, job, faults);
-    const host::Chain chain = MakeChain(options, faults);
+    const host::Chain chain = MakeChain(options.chain, faults);
     faults.Try([&] { job.reader = host::AudioReader::Open(options.input); });
     if (!options.sideChain.empty())
         faults.Try([&] { job.sideChain = host::AudioReader::Open(options.sideChain); });
