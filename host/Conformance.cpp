@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "Components/Chorus.h"
 #include "Components/Echo.h"
 #include "Components/ParametricEqualizer.h"
 #include "host/ConformanceRig.h"
@@ -30,6 +31,24 @@ using kramediatypes::LayoutForChannelCount;
 constexpr std::size_t kShortFrames = 7 * 64 * 24;
 constexpr float kInaudible = 3.2e-5f;  // -90 dB
 
+/// One call of the system that an effect's Process may make, at most once a block.
+struct AllowedCallRow {
+    std::u16string_view effect;
+    std::string_view call;  // as the probe describes it
+    std::string_view reason;
+};
+// clang-format off
+constexpr std::array kAllowedCalls{
+    AllowedCallRow{components::kChorusComponentID, "sem_post", "wakes a worker that sleeps, which never waits"},
+};
+// clang-format on
+
+std::string_view GetAllowedCall(const CatalogueEntry& effect) {
+    for (const AllowedCallRow& row : kAllowedCalls)
+        if (row.effect == effect.identifier) return row.call;
+    return {};
+}
+
 /// What a check works with: the effect, the options, and where to report.
 class Run {
 public:
@@ -39,7 +58,7 @@ public:
     const ConformanceOptions& Options() const { return options_; }
     Rig MakeRig(const Rig::Setup& setup = {}) const { return Rig(effect_, setup); }
     Rig MakeGuardedRig(const Rig::Setup& setup) const {
-        return Rig(effect_, setup, options_.probe);
+        return Rig(effect_, setup, options_.probe, GetAllowedCall(effect_));
     }
 
     void Expect(bool holds, std::string detail) {
@@ -495,6 +514,7 @@ struct ExceptionRow {
 constexpr std::array kExceptions{
     ExceptionRow{components::kEchoComponentID, "clicks", "the equalizer's band gains change at once, by contract; delays, feedback and levels have a test of their own"},
     ExceptionRow{components::kParametricEqualizerComponentID, "real-time-long-blocks", "long blocks are spread over the processors, and the audio thread waits for them, by contract"},
+    ExceptionRow{components::kChorusComponentID, "real-time-resume", "Resume subscribes to the effect thread pool, which may start a worker, by contract"},
 };
 // clang-format on
 

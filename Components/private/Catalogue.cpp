@@ -3,6 +3,7 @@
 #include <array>
 
 #include "Components/Amplify.h"
+#include "Components/Chorus.h"
 #include "Components/Delay.h"
 #include "Components/Dynamics.h"
 #include "Components/Echo.h"
@@ -30,6 +31,7 @@ constexpr std::array kCatalogue{
     CatalogueEntry{kParametricEqualizerComponentID, "$$$/AudioComponents/ParametricEqualizerTitle=Parametric Equalizer", Category::kFilter, Create<ParametricEqualizer>},
     CatalogueEntry{kDelayComponentID,          "$$$/AudioComponents/DelayTitle=Delay",                    Category::kDelayReverb, Create<Delay>},
     CatalogueEntry{kEchoComponentID,           "$$$/AudioComponents/EchoTitle=Echo",                      Category::kDelayReverb, Create<Echo>},
+    CatalogueEntry{kChorusComponentID,         "$$$/AudioComponents/ChorusTitle=Chorus",                  Category::kModulation,  Create<Chorus>},
 };
 // clang-format on
 
