@@ -29,6 +29,7 @@ constexpr double kXTickDistance = 80.0;
 constexpr double kYTickDistance = 44.0;
 constexpr double kSwatch = 18.0;
 constexpr double kCharacterWidth = 0.58;  // of the text size, on average
+constexpr double kTitleCharacter = 10.2;  // width of a bold one, on average
 constexpr double kPngScale = 2.0;
 
 constexpr CanvasColor kPaper{1.0, 1.0, 1.0};
@@ -54,6 +55,20 @@ CanvasColor ColorOf(const FigureStyle& style) {
                             : kPalette[static_cast<std::size_t>(style.color) % kPalette.size()];
     color.opacity = style.opacity;
     return color;
+}
+
+/// At most `most` characters of UTF-8 text, the last one "…" when there are more.
+std::string Shortened(const std::string& text, double most) {
+    const auto isFirstByte = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
+    if (static_cast<double>(std::count_if(text.begin(), text.end(), isFirstByte)) <= most)
+        return text;
+    std::string kept;
+    double count = 0.0;
+    for (const char c : text) {
+        if (isFirstByte(c) && ++count > most - 1.0) break;
+        kept += c;
+    }
+    return kept + "…";
 }
 
 bool IsWithin(const Axis& axis, double value) { return value >= axis.lo && value <= axis.hi; }
@@ -118,12 +133,13 @@ public:
         const double width = figure_.width_;
         const double height = figure_.height_;
         canvas_.FillPolygon({{0, 0}, {width, 0}, {width, height}, {0, height}}, kPaper);
-        canvas_.DrawText({figure_.title_,
-                          {kLeftSpace, kMargin + kTitleSize - 2.0},
-                          kTitleSize,
-                          kInk,
-                          TextAnchor::kStart,
-                          true});
+        canvas_.DrawText(
+            {Shortened(figure_.title_, (width - kLeftSpace - kMargin) / kTitleCharacter),
+             {kLeftSpace, kMargin + kTitleSize - 2.0},
+             kTitleSize,
+             kInk,
+             TextAnchor::kStart,
+             true});
         const double top = kMargin + kTitleSpace + DrawLegend();
         const double bottom = height - kBottomSpace;
         double shares = 0.0;

@@ -53,6 +53,16 @@ TEST(Figure, EscapesTextsAndNamesEachOnceInTheLegend) {
     EXPECT_EQ(svg.find("&quot;curve&quot;", first + 1), std::string::npos);
 }
 
+TEST(Figure, LongTitlesAreCutBetweenCharacters) {
+    std::string title;
+    for (int i = 0; i < 200; ++i) title += "é";
+    Figure figure(title, {"x", 0, 1}, 400, 400);
+    figure.AddPanel({"y", 0, 1});
+    const std::string svg = figure.ToSvg();
+    EXPECT_THAT(svg, HasSubstr("éé…</text>"));
+    EXPECT_THAT(svg, HasSubstr("<title>" + title + "</title>"));
+}
+
 TEST(Figure, LinesBreakAtValuesThatAreNotFiniteAndStayBounded) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const struct {
