@@ -145,27 +145,29 @@ TEST_F(EffectThreadPoolTest, AStaleEntryIsSkippedUntilItsEffectSubscribesAgain) 
 }
 
 TEST_F(EffectThreadPoolTest, ReportsAnEntryThatStaysInFlight) {
-    // Several workers take turns at many entries, until one has taken `victim` and waits for its turn while
-    // another runs `holder`, whose function keeps the turn and unsubscribes victim.
-    Counter victim;
-    Counter holder([&] { EffectThreadPool::UnsubscribeEffect(&victim); });
-    std::vector<std::unique_ptr<Counter>> crowd;
-    for (int i = 0; i < 95; ++i) crowd.push_back(std::make_unique<Counter>());
-    for (auto& effect : crowd) EffectThreadPool::SubscribeEffect(effect.get());
-    EffectThreadPool::SubscribeEffect(&holder);
-    for (int round = 0; round < 40000 && assertions_.empty(); ++round) {
-        EffectThreadPool::SubscribeEffect(&victim);
-        const int before = holder.calls;
-        for (int i = 0; i < 20; ++i) EffectThreadPool::ScheduleEffect(&victim);
-        EffectThreadPool::ScheduleEffect(&holder);
-        for (int i = 0; i < 20; ++i) EffectThreadPool::ScheduleEffect(&victim);
-        if (!Eventually([&] { return holder.calls > before; })) break;
+    // An effect that unsubscribes from inside its own function waits for an entry that cannot leave.
+    struct SelfUnsubscriber final : SchedulableEffect {
+        void ScheduledFunction() override {
+            EffectThreadPool::UnsubscribeEffect(this);
+            ++calls;
+        }
+        std::atomic<int> calls{0};
+    } effect;
+    for (const bool isReported : {true, false}) {
+        EffectThreadPool::SetDanglingAssertion(isReported);
+        assertions_.clear();
+        const int before = effect.calls;
+        const auto start = std::chrono::steady_clock::now();
+        EffectThreadPool::SubscribeEffect(&effect);
+        EffectThreadPool::ScheduleEffect(&effect);
+        ASSERT_TRUE(Eventually([&] { return effect.calls > before; }));
+        EXPECT_GE(std::chrono::steady_clock::now() - start, 9 * milliseconds(50));
+        const std::vector<std::string> expected(
+            isReported ? 1 : 0,
+            "Unsubscribing from Effect Thread Pool while scheduled function is still dangling.");
+        EXPECT_EQ(assertions_, expected);
     }
-    EffectThreadPool::UnsubscribeEffect(&holder);
-    for (auto& effect : crowd) EffectThreadPool::UnsubscribeEffect(effect.get());
-    ASSERT_FALSE(assertions_.empty());
-    EXPECT_EQ(assertions_.front(),
-              "Unsubscribing from Effect Thread Pool while scheduled function is still dangling.");
+    EffectThreadPool::SetDanglingAssertion(true);
 }
 
 TEST_F(EffectThreadPoolTest, SurvivesAStorm) {

@@ -12,10 +12,6 @@
 #include "host/WavHeader.h"
 #include "tests/host/AudioFileTools.h"
 
-// libvorbis loses a setup of 2848 bytes with every encoder of six channels.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
-extern "C" const char* __lsan_default_suppressions() { return "leak:vorbis_encode_setup_init"; }
-
 namespace zuc::host {
 namespace {
 
