@@ -1,5 +1,7 @@
 #include "kraaudiodsp/vector/VectorOps.h"
 
+#include <cstdint>
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "kraaudiodsp/vector/VectorOps.cpp"
 #include "hwy/foreach_target.h"
@@ -19,11 +21,20 @@ HWY_INLINE hn::Vec<FloatTag> Ramp(FloatTag d, std::size_t first) {
     return hn::Add(hn::Set(d, static_cast<float>(first)), hn::Iota(d, 0.0f));
 }
 
+/// Values until `array` stands at a vector's own alignment: vectors that lie across cache lines take up to
+/// half as long again.
+HWY_INLINE std::size_t CountUntilAligned(const float* array, std::size_t lanes, std::size_t count) {
+    const std::size_t index = reinterpret_cast<std::uintptr_t>(array) / sizeof(float);
+    return HWY_MIN(count, (lanes - index % lanes) % lanes);
+}
+
 void Multiply(float* out, const float* in, float gain, std::size_t count) {
     const FloatTag d;
     const std::size_t lanes = hn::Lanes(d);
     const auto factor = hn::Set(d, gain);
     std::size_t i = 0;
+    for (const std::size_t head = CountUntilAligned(out, lanes, count); i < head; ++i)
+        out[i] = in[i] * gain;
     for (; i + 2 * lanes <= count; i += 2 * lanes) {
         const auto a = hn::Mul(hn::LoadU(d, in + i), factor);
         const auto b = hn::Mul(hn::LoadU(d, in + i + lanes), factor);
@@ -40,6 +51,8 @@ void MultiplyRamp(
     const auto begin = hn::Set(d, start);
     const auto slope = hn::Set(d, step);
     std::size_t i = 0;
+    for (const std::size_t head = CountUntilAligned(out, lanes, count); i < head; ++i)
+        out[i] = in[i] * (start + step * static_cast<float>(first + i));
     for (; i + lanes <= count; i += lanes) {
         // Multiplied and added apart, as the scalar rest does, so that lanes agree with it.
         const auto gain = hn::Add(begin, hn::Mul(slope, Ramp(d, first + i)));
@@ -65,7 +78,10 @@ bool IsFinite(const float* in, std::size_t count) {
     auto b = zero;
     auto c = zero;
     auto e = zero;
+    bool finite = true;
     std::size_t i = 0;
+    for (const std::size_t head = CountUntilAligned(in, lanes, count); i < head; ++i)
+        finite = finite && !IsNonFinite(in[i]);
     for (; i + 4 * lanes <= count; i += 4 * lanes) {
         a = hn::MulAdd(hn::LoadU(d, in + i), zero, a);
         b = hn::MulAdd(hn::LoadU(d, in + i + lanes), zero, b);
@@ -73,7 +89,7 @@ bool IsFinite(const float* in, std::size_t count) {
         e = hn::MulAdd(hn::LoadU(d, in + i + 3 * lanes), zero, e);
     }
     const auto sum = hn::Add(hn::Add(a, b), hn::Add(c, e));
-    bool finite = hn::AllTrue(d, hn::Eq(sum, sum));
+    finite = finite && hn::AllTrue(d, hn::Eq(sum, sum));
     for (; i < count; ++i) finite = finite && !IsNonFinite(in[i]);
     return finite;
 }

@@ -184,15 +184,15 @@ float Amplify::CurrentGain(std::size_t channel) const {
 
 void Amplify::StartRamp() {
     const Settings settings = DeriveSettings();
-    bool changed = false;
+    unsigned changed = 0;
     for (std::size_t c = 0; c < kMaxChannelCount; ++c) {
         const float current = CurrentGain(c);
-        changed = changed || current != settings.gain[c];
+        changed |= current != settings.gain[c] ? 1u : 0u;
         rampStart_[c] = current;
         rampStep_[c] = (settings.gain[c] - current) / static_cast<float>(rampFrames_);
     }
     target_ = settings;
-    rampLength_ = changed ? rampFrames_ : 0;
+    rampLength_ = changed != 0 ? rampFrames_ : 0;
     rampPosition_ = 0;
 }
 
