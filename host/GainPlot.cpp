@@ -89,8 +89,11 @@ public:
         const kracore::utility::FlushToZeroScope flushToZero;
         source_.Rewind();
         if (side_) side_->Rewind();
-        processor_->Resume();
-        if (envelope_) envelope_->Resume();
+        for (auto* chain : {&processor_, &envelope_}) {
+            if (!*chain) continue;
+            (*chain)->SetSelection(source_.GetBeginFrame(), source_.GetTotalFrames());
+            (*chain)->Resume();
+        }
         const std::int64_t latency = processor_->GetLatencyFrames();
         const int stepFrames = std::max(1, rateHz_ / 100);
         StepFiller inputs(trace_.steps, stepFrames, 0);

@@ -6,10 +6,10 @@
 #include <cmath>
 #include <string>
 
-#include "AudioFileTools.h"
 #include "host/ChainProcessor.h"
 #include "host/Error.h"
 #include "host/TransferPlot.h"
+#include "tests/host/AudioFileTools.h"
 
 namespace zuc::host {
 namespace {
