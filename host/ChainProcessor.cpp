@@ -22,6 +22,7 @@ Error UnknownPreset(const ChainStep& step,
     std::vector<std::string> names = GetFactoryPresetNames(filter);
     for (std::string& name : presets.GetNames(slug)) names.push_back(std::move(name));
     std::vector<std::string> quoted;
+    quoted.reserve(names.size());
     for (const std::string& name : names) quoted.push_back(fmt::format("'{}'", name));
     constexpr std::size_t kMostListed = 12;
     return {ExitCode::kUsage, slug + " has no preset '" + step.preset + "'",

@@ -112,6 +112,7 @@ AudioFilterPtr CreateForFormat(const Effect& effect,
 
 std::vector<std::string> GetFactoryPresetNames(const AudioFilter& filter) {
     std::vector<std::string> names;
+    names.reserve(static_cast<std::size_t>(std::max(0, filter.GetNumFactoryPresets())));
     for (int preset = 0; preset < filter.GetNumFactoryPresets(); ++preset)
         names.push_back(ToUtf8(filter.GetFactoryPresetName(preset)));
     return names;

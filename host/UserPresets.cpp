@@ -55,6 +55,12 @@ std::string DecodeFileName(std::string_view encoded) {
 
 }  // namespace
 
+std::string UserPresets::GetPath(const std::string& slug, std::string_view name) const {
+    std::string file = EncodeFileName(name);
+    file += kExtension;
+    return (fs::path(folder_) / slug / file).string();
+}
+
 std::string UserPresets::GetDefaultFolder() {
     const char* configuration = std::getenv("XDG_CONFIG_HOME");  // NOLINT(concurrency-mt-unsafe)
     if (configuration && *configuration == '/') return std::string(configuration) + "/zuc/presets";
@@ -75,8 +81,7 @@ std::vector<std::string> UserPresets::GetNames(const std::string& slug) const {
 std::optional<ChainStep> UserPresets::Load(const std::string& slug, std::string_view name) const {
     for (const std::string& saved : GetNames(slug)) {
         if (!EqualsIgnoringCase(saved, Trim(name))) continue;
-        const std::string path =
-            (fs::path(folder_) / slug / (EncodeFileName(saved) + std::string(kExtension))).string();
+        const std::string path = GetPath(slug, saved);
         const Chain chain = ReadChainFile(path);
         if (chain.size() != 1 || chain.front().effect != slug)
             throw Error(ExitCode::kInput, path + ": is no preset of " + slug,
@@ -98,7 +103,7 @@ std::string UserPresets::Save(const std::string& slug,
     fs::create_directories(folder, error);
     if (error)
         throw Error(ExitCode::kOutput, folder.string() + ": cannot be made: " + error.message());
-    const std::string path = (folder / (EncodeFileName(name) + std::string(kExtension))).string();
+    std::string path = GetPath(slug, name);
     WriteChainFile(path, {step});
     return path;
 }

@@ -27,6 +27,8 @@ public:
     std::string Save(const std::string& slug, std::string_view name, const ChainStep& step) const;
 
 private:
+    std::string GetPath(const std::string& slug, std::string_view name) const;
+
     std::string folder_;
 };
 

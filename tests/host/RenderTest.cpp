@@ -133,7 +133,8 @@ TEST_F(RenderTest, AlignsTheOutputWithTheInputAndAddsTheTail) {
         EXPECT_EQ(report.latencyFrames, row.effects * test::kDelayLatencyFrames);
         EXPECT_EQ(GetPeak({output[0]}), 0.0f);
         EXPECT_EQ(output[1][static_cast<std::size_t>(row.impulse)], 0.5f);
-        const float later = output[1][static_cast<std::size_t>(row.impulse) + test::kDelayTailFrames];
+        const float later =
+            output[1][static_cast<std::size_t>(row.impulse) + test::kDelayTailFrames];
         EXPECT_EQ(later, static_cast<float>(row.effects) * 0.25f);
     }
     options_.range = {1.0, 2.0};

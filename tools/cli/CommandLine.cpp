@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 
+#include <fmt/core.h>
 #include <CLI/CLI.hpp>
 
 #include "host/Faults.h"
@@ -146,16 +147,16 @@ private:
                 for (const std::string& longName : option->get_lnames())
                     known.push_back("--" + longName);
             const bool isOption = extra.size() > 1 && extra[0] == '-';
-            faults.Add(
-                Error(ExitCode::kUsage,
-                      name + (isOption ? " has no option '" : " does not expect '") + extra + "'",
-                      isOption ? host::Join(known) : "",
-                      host::DidYouMean(extra.substr(0, extra.find('=')), known)));
+            faults.Add(Error(ExitCode::kUsage,
+                             fmt::format("{} {} '{}'", name,
+                                         isOption ? "has no option" : "does not expect", extra),
+                             isOption ? host::Join(known) : "",
+                             host::DidYouMean(extra.substr(0, extra.find('=')), known)));
         }
         for (const auto& [argument, value] : command.required)
             if (value->empty())
-                faults.Add(Error(ExitCode::kUsage, name + ": " + argument + " is missing", "",
-                                 "see 'zuc " + name + " --help'"));
+                faults.Add(Error(ExitCode::kUsage, fmt::format("{}: {} is missing", name, argument),
+                                 "", fmt::format("see 'zuc {} --help'", name)));
         faults.ThrowIfAny();
     }
 

@@ -20,7 +20,13 @@ namespace {
 constexpr unsigned kSeed = 2024;
 constexpr int kBlockFrames = 2048;
 /// What the piece runs through; the limiter catches the peaks that the boost lifts beyond full scale.
-constexpr std::array kSteps{"amplify:preset=+6dB Boost,gain.2=+5dB"};
+constexpr std::array kSteps{
+    "dynamics-processing:preset=Classic Soft Knee",
+    // Three and two quarters of a beat, so that the echoes fall on the sixteenths.
+    "echo:delay-left=468.75ms,delay-right=312.5ms,decay-left=40%,decay-right=40%,"
+    "init-echo-left=25%,init-echo-right=25%",
+    "amplify:gain=+10dB",
+};
 
 void WriteMusic(const std::string& path, const Music& music) {
     host::AudioWriterOptions options;

@@ -123,6 +123,7 @@ void PrintText(const host::Effect& effect,
                host::AudioFilter& filter,
                const std::vector<std::pair<int, int>>& counts) {
     std::vector<std::string> runs;
+    runs.reserve(counts.size());
     for (const auto& [first, last] : counts)
         runs.push_back(first == last ? std::to_string(first)
                                      : std::to_string(first) + "-" + std::to_string(last));

@@ -108,6 +108,7 @@ void PrintText(const std::vector<Check>& checks, bool isGood) {
         {"presets", host::UserPresets::GetDefaultFolder()}};
     for (const auto& [name, version] : GetLibraries()) rows.push_back({name, version});
     std::vector<std::vector<std::string>> results;
+    results.reserve(checks.size());
     for (const Check& check : checks)
         results.push_back({check.isGood ? "good" : "FAILED", check.name, check.detail});
     Print(FormatColumns(rows, "") + "\n" + FormatColumns(results, "") + "\n" +

@@ -44,7 +44,7 @@ int ParseInteger(const char* option, const std::string& text, int lo, int hi) {
 }
 
 /// "48000", "48 kHz" or "44.1k".
-int ParseRate(std::string text) {
+int ParseRate(const std::string& text) {
     std::string lower = host::ToLower(host::Trim(text));
     double factor = 1.0;
     for (const std::string_view suffix : {"khz", "hz", "k"})
