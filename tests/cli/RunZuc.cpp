@@ -60,7 +60,8 @@ Outcome RunZuc(const std::vector<std::string>& arguments,
         Redirect(in, O_RDONLY, STDIN_FILENO);
         Redirect(out, O_WRONLY | O_CREAT, STDOUT_FILENO);
         Redirect(err, O_WRONLY | O_CREAT, STDERR_FILENO);
-        if (!configuration.empty()) ::setenv("XDG_CONFIG_HOME", configuration.c_str(), 1);
+        if (!configuration.empty())                                 // the child has one thread
+            ::setenv("XDG_CONFIG_HOME", configuration.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
         ::execv(words[0], words.data());
         ::_exit(127);
     }

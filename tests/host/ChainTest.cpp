@@ -17,7 +17,7 @@ using testing::HasSubstr;
 
 TEST(Chain, ReadsAndWritesSteps) {
     const struct {
-        const char* text;
+        const char* text = "";
         ChainStep step;
     } rows[] = {
         {"amplify", {"amplify", "", {}}},
@@ -98,11 +98,12 @@ TEST(Chain, JsonFaultsAreNamedWithTheirPlace) {
 }
 
 class ChainProcessorTest : public testing::Test {
+public:
+    ~ChainProcessorTest() override { std::filesystem::remove_all(folder_); }
+
 protected:
     ChainProcessorTest()
         : folder_(testing::TempDir() + "zuc-presets-" + std::to_string(::getpid())) {}
-    ~ChainProcessorTest() override { std::filesystem::remove_all(folder_); }
-
     ChainProcessor Make(const Chain& chain, std::size_t channels = 2) const {
         return {chain, catalogue_, UserPresets(folder_), 48000.0f, channels, 64};
     }

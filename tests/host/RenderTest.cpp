@@ -41,13 +41,14 @@ float GetPeak(const Audio& audio) {
 }
 
 class RenderTest : public testing::Test {
+public:
+    ~RenderTest() override { fs::remove_all(folder_); }
+
 protected:
     RenderTest() : folder_(testing::TempDir() + "zuc-render-" + std::to_string(::getpid())) {
         fs::create_directories(folder_);
         options_.output.path = Path("out.wav");
     }
-    ~RenderTest() override { fs::remove_all(folder_); }
-
     std::string Path(const char* name) const { return (folder_ / name).string(); }
 
     void WriteInput(const Audio& audio,
@@ -102,12 +103,12 @@ protected:
 
 TEST_F(RenderTest, AlignsTheOutputWithTheInputAndAddsTheTail) {
     const struct {
-        const char* name;
-        int effects;
+        const char* name = "";
+        int effects = 0;
         TimeRange range;
         Tail tail;
-        int frames;
-        int impulse;  // where the one of input frame 1000 comes out
+        int frames = 0;
+        int impulse = 0;  // where the one of input frame 1000 comes out
     } rows[] = {
         {"reported tail", 1, {}, {}, kFrames + test::kDelayTailFrames, 1000},
         {"two effects", 2, {}, {}, kFrames + 2 * test::kDelayTailFrames, 1000},

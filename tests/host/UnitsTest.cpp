@@ -141,11 +141,11 @@ TEST_F(UnitsTest, WritesShortTextsThatReadBackAsTheSameValue) {
 TEST_F(UnitsTest, DoesNotDependOnTheLocale) {
     const char* found = nullptr;
     for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE.utf8"})
-        if (!found) found = std::setlocale(LC_ALL, name);
+        if (!found) found = std::setlocale(LC_ALL, name);  // NOLINT(concurrency-mt-unsafe)
     if (!found) GTEST_SKIP() << "no locale with a decimal comma is installed";
     const Parameter& parameter = Find("delay-left");
     EXPECT_EQ(FormatValue(parameter, ParseValue(parameter, "348.8", "")), "348.8 ms");
-    std::setlocale(LC_ALL, "C");
+    std::setlocale(LC_ALL, "C");  // NOLINT(concurrency-mt-unsafe)
 }
 
 TEST(TimeRange, ReadsRangesAndRefusesOthers) {
