@@ -5,6 +5,7 @@
 
 #include <fmt/core.h>
 
+#include "host/AudioThread.h"
 #include "host/Faults.h"
 #include "host/Parameters.h"
 #include "host/Text.h"
@@ -152,6 +153,7 @@ void ChainProcessor::Resume() {
 }
 
 void ChainProcessor::Process(float** audio, int frames, const float* const* side) {
+    const AudioThreadScope audioThread;
     std::copy_n(audio, channelCount_, inputs_.begin());
     for (std::size_t k = 0; k < filters_.size(); ++k) {
         if (side) sideChains_[k].Take(side, frames, inputs_.data() + channelCount_);

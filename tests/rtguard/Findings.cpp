@@ -22,17 +22,28 @@ std::atomic<std::uint64_t> counts[kKindCount];
 std::atomic<const char*> lastName{""};
 std::atomic<long> lastKernelEntry{0};  // where lastName is null
 std::atomic<long> allocationsUntilFailure{0};
+std::atomic<std::uint64_t> scopeCount{0};
 
 bool traceFindings = false;
 bool abortOnFinding = false;
+bool reportAtExit = false;
 
 [[gnu::constructor]] void ReadEnvironment() {
     // NOLINTBEGIN(concurrency-mt-unsafe): there is one thread yet
     traceFindings = std::getenv("RTGUARD_TRACE") != nullptr;
     abortOnFinding = std::getenv("RTGUARD_ABORT") != nullptr;
+    reportAtExit = std::getenv("RTGUARD_REPORT") != nullptr;
     if (const char* text = std::getenv("RTGUARD_FAIL_AFTER"))
         FailAllocationAfter(std::strtol(text, nullptr, 10));
     // NOLINTEND(concurrency-mt-unsafe)
+}
+
+[[gnu::destructor]] void ReportAtExit() {
+    if (!reportAtExit) return;
+    std::fprintf(stderr, "rtguard: %llu scopes, %llu findings%s%s\n",
+                 static_cast<unsigned long long>(scopeCount.load()),
+                 static_cast<unsigned long long>(CountFindings()),
+                 CountFindings() > 0 ? ", the last " : "", DescribeLast());
 }
 
 void UpdateTrap() { detail::SetTrap(detail::IsWatching()); }
@@ -73,7 +84,7 @@ bool ArmThread() {
 
 void Enter() {
     ArmThread();
-    ++scopeDepth;
+    if (scopeDepth++ == 0) scopeCount.fetch_add(1, std::memory_order_relaxed);
     UpdateTrap();
 }
 
@@ -139,3 +150,7 @@ bool TakeAllocationFailure() {
 
 }  // namespace detail
 }  // namespace rtguard
+
+// For those who find the guard only when it is there.
+extern "C" void rtguard_enter() { rtguard::Enter(); }  // NOLINT(readability-identifier-naming)
+extern "C" void rtguard_leave() { rtguard::Leave(); }  // NOLINT(readability-identifier-naming)

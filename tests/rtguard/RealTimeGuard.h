@@ -18,7 +18,8 @@
 /// here does nothing.
 ///
 /// Environment: RTGUARD_TRACE=1 prints a backtrace for every finding, RTGUARD_ABORT=1 stops at the
-/// first one, RTGUARD_FAIL_AFTER=n calls FailAllocationAfter(n) at start.
+/// first one, RTGUARD_REPORT=1 prints a summary at the end, RTGUARD_FAIL_AFTER=n calls
+/// FailAllocationAfter(n) at start.
 namespace rtguard {
 
 enum class Kind {
