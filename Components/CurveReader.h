@@ -42,7 +42,6 @@ public:
     void Reset() { isFirst_ = true; }
 
 private:
-    Join FindJoin(const KeyframeContainer& curve, std::int64_t start) const;
     void Fill(const KeyframeContainer& curve, std::int64_t start, int frames, float* values) const;
 
     bool everyFrame_;

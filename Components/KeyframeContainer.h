@@ -189,8 +189,8 @@ public:
     using DefaultListener = std::function<void(const KeyframeContainerPtr&)>;
     using KeyframesListener = std::function<void(const KeyframeContainerPtr&, bool)>;
     /// Listeners are called in the order in which they came. [any, may block]
-    [[nodiscard]] Connection OnDefaultChanged(DefaultListener listener);
-    [[nodiscard]] Connection OnKeyframesChanged(KeyframesListener listener);
+    [[nodiscard]] Connection OnDefaultChanged(const DefaultListener& listener);
+    [[nodiscard]] Connection OnKeyframesChanged(const KeyframesListener& listener);
     void SendKeyframesChangedSignal(bool wholeCurve);
 
     // ---- Property lists. [any, may block] ----

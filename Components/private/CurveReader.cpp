@@ -12,30 +12,55 @@ constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 /// difference of their values (the second derivative of a monotone cubic is at most 6 / distance^2).
 constexpr std::int64_t kSparseSplineFrames = 2048;
 
+constexpr auto kWay = [] {
+    std::array<float, CurveReader::kStepFrames> way{};
+    for (std::size_t i = 0; i < way.size(); ++i) way[i] = static_cast<float>(i);
+    return way;
+}();
+
 std::int64_t NextTime(const KeyframeContainer& curve, std::int64_t time) {
     Keyframe next;
     return curve.GetNextKeyframe(time, next) ? next.time : kNever;
 }
 
-/// The first frame after `start` at which a hold ends, else `end`.
-std::int64_t FindStep(const KeyframeContainer& curve, std::int64_t start, std::int64_t end) {
+/// The keyframes around a frame: the last one not after it and the first one after it.
+struct Neighbours {
+    Neighbours(const KeyframeContainer& curve, std::int64_t frame)
+        : hasBefore(curve.GetPrevKeyframe(frame + 1, before)),
+          hasAfter(curve.GetNextKeyframe(frame, after)) {}
+
     Keyframe before;
-    bool holds = curve.GetPrevKeyframe(start + 1, before) && before.hold;
-    for (Keyframe next{0.0f, start}; curve.GetNextKeyframe(next.time, next) && next.time < end;) {
+    Keyframe after;
+    bool hasBefore;
+    bool hasAfter;
+};
+
+/// The first frame behind these neighbours at which a hold ends, else `end`.
+std::int64_t FindStep(const KeyframeContainer& curve,
+                      const Neighbours& neighbours,
+                      std::int64_t end) {
+    bool holds = neighbours.hasBefore && neighbours.before.hold;
+    Keyframe next = neighbours.after;
+    for (bool has = neighbours.hasAfter; has && next.time < end;
+         has = curve.GetNextKeyframe(next.time, next)) {
         if (holds) return next.time;
         holds = next.hold;
     }
     return end;
 }
 
-/// Whether the curve has one value from `start` to before `end`, where no hold ends in between.
-bool IsLevel(const KeyframeContainer& curve, std::int64_t start, std::int64_t end) {
+/// Whether a hold ends at `frame`.
+bool EndsHold(const KeyframeContainer& curve, const Neighbours& neighbours, std::int64_t frame) {
     Keyframe before;
-    Keyframe after;
-    const bool isAfterOne = curve.GetPrevKeyframe(start + 1, before);
-    const bool isBeforeOne = curve.GetNextKeyframe(start, after);
-    if (!isAfterOne || !isBeforeOne) return !isBeforeOne || after.time >= end;
-    return before.hold && after.time >= end;
+    return neighbours.hasBefore && neighbours.before.time == frame &&
+           curve.GetPrevKeyframe(frame, before) && before.hold;
+}
+
+/// Whether the curve has one value up to before `end`, where no hold ends in between.
+bool IsLevel(const Neighbours& neighbours, std::int64_t end) {
+    if (!neighbours.hasAfter) return true;
+    const bool isFlat = !neighbours.hasBefore || neighbours.before.hold;
+    return isFlat && neighbours.after.time >= end;
 }
 
 }  // namespace
@@ -50,27 +75,23 @@ CurveReader::Piece CurveReader::Read(const KeyframeContainer& curve,
         values[0] = last_;
         return {std::min(frames, kStepFrames), true, Join::kSmooth};
     }
-    const Join join = FindJoin(curve, start);
+    const Neighbours neighbours(curve, start);
+    Join join = Join::kSmooth;
+    if (!isFirst_ && (wasBusy_ || curve.GetRevision() != revision_))
+        join = Join::kEdited;
+    else if (!isFirst_ && EndsHold(curve, neighbours, start))
+        join = Join::kStep;
     isFirst_ = wasBusy_ = false;
     revision_ = curve.GetRevision();
 
-    const auto count = static_cast<int>(FindStep(curve, start, start + frames) - start);
-    const bool isLevel = IsLevel(curve, start, start + count);
+    const auto count = static_cast<int>(FindStep(curve, neighbours, start + frames) - start);
+    const bool isLevel = IsLevel(neighbours, start + count);
     if (isLevel)
         curve.GetValues(start, 1, values);
     else
         Fill(curve, start, count, values);
     last_ = values[isLevel ? 0 : count - 1];
     return {count, isLevel, join};
-}
-
-CurveReader::Join CurveReader::FindJoin(const KeyframeContainer& curve, std::int64_t start) const {
-    if (isFirst_) return Join::kSmooth;
-    if (wasBusy_ || curve.GetRevision() != revision_) return Join::kEdited;
-    Keyframe before;
-    const bool ends =
-        curve.HasKeyframeAt(start) && curve.GetPrevKeyframe(start, before) && before.hold;
-    return ends ? Join::kStep : Join::kSmooth;
 }
 
 void CurveReader::Fill(const KeyframeContainer& curve,
@@ -105,8 +126,9 @@ void CurveReader::Fill(const KeyframeContainer& curve,
             continue;
         }
         const float slope = (ends[1] - ends[0]) / static_cast<float>(kStep);
-        for (std::int64_t i = first - from; i < last - from; ++i)
-            *out++ = ends[0] + slope * static_cast<float>(i);
+        const float* way = kWay.data() + (first - from);
+        const auto count = static_cast<std::size_t>(last - first);
+        for (std::size_t i = 0; i < count; ++i) out[i] = ends[0] + slope * way[i];
     }
 }
 

@@ -305,12 +305,13 @@ void KeyframeContainer::AdjustForBezier() {
 
 // ---- Signals ----
 
-KeyframeContainer::Connection KeyframeContainer::OnDefaultChanged(DefaultListener listener) {
-    return signals_->Connect(signals_->defaultChanged, std::move(listener));
+KeyframeContainer::Connection KeyframeContainer::OnDefaultChanged(const DefaultListener& listener) {
+    return signals_->Connect(signals_->defaultChanged, listener);
 }
 
-KeyframeContainer::Connection KeyframeContainer::OnKeyframesChanged(KeyframesListener listener) {
-    return signals_->Connect(signals_->keyframesChanged, std::move(listener));
+KeyframeContainer::Connection KeyframeContainer::OnKeyframesChanged(
+    const KeyframesListener& listener) {
+    return signals_->Connect(signals_->keyframesChanged, listener);
 }
 
 void KeyframeContainer::SendKeyframesChangedSignal(bool wholeCurve) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <utility>
-
 #include <boost/signals2/connection.hpp>
 #include <boost/signals2/signal.hpp>
 
@@ -39,9 +37,8 @@ struct KeyframeContainer::Signals {
     boost::signals2::signal<void(const KeyframeContainerPtr&, bool)> keyframesChanged;
 
     template <class Signal, class Listener>
-    static Connection Connect(Signal& signal, Listener&& listener) {
-        return std::make_shared<boost::signals2::scoped_connection>(
-            signal.connect(std::forward<Listener>(listener)));
+    static Connection Connect(Signal& signal, const Listener& listener) {
+        return std::make_shared<boost::signals2::scoped_connection>(signal.connect(listener));
     }
 };
 

@@ -297,7 +297,7 @@ TEST(KeyframeContainer, ReadersNeverSeeAnEditHalfDone) {
     constexpr int kCount = 200;
     KeyframeSet low;
     KeyframeSet high;
-    for (int i = 0; i < kCount; ++i) {
+    for (std::int64_t i = 0; i < kCount; ++i) {
         low.insert({0.25f, 10 * i});
         high.insert({0.75f, 10 * i + 5});
     }

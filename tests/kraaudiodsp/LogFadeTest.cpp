@@ -13,7 +13,8 @@ TEST(LogFade, BendsHaveTheAskedHeightAndAreMirrored) {
     EXPECT_NEAR(GetLogVerticalModifier(kDefaultFadeShapeValue), 5.5737762, 1e-6);
     EXPECT_EQ(GetLogVerticalModifier(0.0), GetLogVerticalModifier(0.05));
     EXPECT_EQ(GetLogVerticalModifier(1.0), GetLogVerticalModifier(0.95));
-    for (double height = 0.05; height <= 0.95; height += 0.0123) {
+    for (int step = 0; step <= 72; ++step) {
+        const double height = 0.05 + 0.0125 * step;
         const double bend = GetLogVerticalModifier(height);
         const double mirrored = GetLogVerticalModifier(1.0 - height);
         EXPECT_NEAR(CalculateLogFadeValue(0.5, bend), height, 1e-9);

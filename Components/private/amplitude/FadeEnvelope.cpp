@@ -179,14 +179,15 @@ bool FadeEnvelope::ApplyFade(
     const auto count = static_cast<std::size_t>(frames);
     if (isLevel) std::fill_n(gains, count, gains[0]);
     const double step = fade.direction;
-    const auto length = static_cast<double>(fade.frames);
-    for (std::size_t i = 0; i < count; ++i) {
-        const double distance = static_cast<double>(start) + step * static_cast<double>(i);
-        way_[i] = static_cast<float>(std::clamp(distance / length, 0.0, 1.0));
+    const double perFrame = 1.0 / static_cast<double>(fade.frames);
+    for (int i = 0; i < frames; ++i) {
+        const double way = (static_cast<double>(start) + step * i) * perFrame;
+        way_[static_cast<std::size_t>(i)] = static_cast<float>(std::min(std::max(way, 0.0), 1.0));
     }
     ShapeWay(fade.mirrored, way_.data(), count);
-    // Rounding must not leave a trace outside of the fade.
-    for (std::size_t i = 0; i < count; ++i) {
+    // Rounding must not leave a trace at the ends and outside of the fade.
+    const bool hasEnd = std::min(start, end) <= 0 || std::max(start, end) >= fade.frames;
+    for (std::size_t i = 0; hasEnd && i < count; ++i) {
         const std::int64_t distance = start + static_cast<std::int64_t>(i) * fade.direction;
         if (distance <= 0) way_[i] = 0.0f;
         if (distance >= fade.frames) way_[i] = 1.0f;
