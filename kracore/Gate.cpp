@@ -3,10 +3,9 @@
 namespace kracore::threads {
 
 void Gate::Open() {
-    {
-        const std::lock_guard lock(mutex_);
-        open_ = true;
-    }
+    // Told under the lock: whoever comes through may destroy the gate as soon as the lock is free.
+    const std::lock_guard lock(mutex_);
+    open_ = true;
     opened_.notify_all();
 }
 

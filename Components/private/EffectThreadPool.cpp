@@ -3,6 +3,7 @@
 #include <semaphore.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <ctime>
@@ -11,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include <boost/lockfree/queue.hpp>
 #include <boost/smart_ptr/make_shared.hpp>
 #include <boost/smart_ptr/shared_ptr.hpp>
 
@@ -81,8 +81,62 @@ boost::shared_ptr<Service> Fetch(boost::shared_ptr<Service> Services::*service) 
     return services.*service;
 }
 
-/// The queue between audio threads and workers: lock-free to push, with a semaphore that is touched
-/// only while somebody sleeps at it.
+/// A bounded ring for many threads on either side that allocates nothing and holds no lock (D. Vyukov's
+/// bounded queue, 2010): each cell's turn says whether it is free for the push, or filled for the pop, whose
+/// number it is.
+class Ring {
+public:
+    Ring() {
+        for (std::size_t i = 0; i < kQueueCapacity; ++i) cells_[i].turn.store(i);
+    }
+
+    /// False when the ring is full.
+    bool Push(SchedulableEffect* effect) {
+        for (std::size_t number = pushes_.load();;) {
+            Cell& cell = cells_[number % kQueueCapacity];
+            const std::size_t turn = cell.turn.load(std::memory_order_acquire);
+            if (turn == number) {
+                if (!pushes_.compare_exchange_weak(number, number + 1)) continue;
+                cell.effect = effect;
+                cell.turn.store(number + 1, std::memory_order_release);
+                return true;
+            }
+            if (turn < number) return false;
+            number = pushes_.load();
+        }
+    }
+
+    /// Null when the ring is empty.
+    SchedulableEffect* Pop() {
+        for (std::size_t number = pops_.load();;) {
+            Cell& cell = cells_[number % kQueueCapacity];
+            const std::size_t turn = cell.turn.load(std::memory_order_acquire);
+            if (turn == number + 1) {
+                if (!pops_.compare_exchange_weak(number, number + 1)) continue;
+                SchedulableEffect* const effect = cell.effect;
+                cell.turn.store(number + kQueueCapacity, std::memory_order_release);
+                return effect;
+            }
+            if (turn < number + 1) return nullptr;
+            number = pops_.load();
+        }
+    }
+
+    bool IsEmpty() const { return pops_.load() == pushes_.load(); }
+
+private:
+    struct Cell {
+        std::atomic<std::size_t> turn;
+        SchedulableEffect* effect = nullptr;
+    };
+
+    std::array<Cell, kQueueCapacity> cells_;
+    std::atomic<std::size_t> pushes_{0};
+    std::atomic<std::size_t> pops_{0};
+};
+
+/// The queue between audio threads and workers: nothing that can wait on the way in, and a semaphore that is
+/// touched only while somebody sleeps at it.
 class WorkQueue {
 public:
     WorkQueue() { sem_init(&wakeUp_, 0, 0); }
@@ -91,21 +145,18 @@ public:
     WorkQueue& operator=(const WorkQueue&) = delete;
 
     bool Push(SchedulableEffect* effect) {
-        if (!entries_.bounded_push(effect)) return false;
+        if (!entries_.Push(effect)) return false;
         // Should a sleeper just miss the entry, it looks again after at most 50 ms.
         if (sleepers_.load() > 0) sem_post(&wakeUp_);
         return true;
     }
-    SchedulableEffect* Pop() {
-        SchedulableEffect* effect = nullptr;
-        return entries_.pop(effect) ? effect : nullptr;
-    }
-    bool IsEmpty() const { return entries_.empty(); }
+    SchedulableEffect* Pop() { return entries_.Pop(); }
+    bool IsEmpty() const { return entries_.IsEmpty(); }
 
     /// Until an entry may have come, or 50 ms.
     void Sleep() {
         sleepers_.fetch_add(1);
-        if (entries_.empty()) {
+        if (entries_.IsEmpty()) {
             timespec until{};
             clock_gettime(CLOCK_REALTIME, &until);
             until.tv_nsec += kIdleWaitNanoseconds;
@@ -117,7 +168,7 @@ public:
     }
 
 private:
-    boost::lockfree::queue<SchedulableEffect*, boost::lockfree::capacity<kQueueCapacity>> entries_;
+    Ring entries_;
     std::atomic<int> sleepers_{0};
     sem_t wakeUp_{};
 };
@@ -151,6 +202,7 @@ private:
     void ThreadLoop();
     bool TakeTerminateFlag();
     SchedulableEffect* Take();
+    void ForgetCancelled();
     void DoScheduleEffect(SchedulableEffect* effect);
     void WaitUntilLeft(SchedulableEffect* effect);
     void Drain();
@@ -239,7 +291,7 @@ void EffectThreadPool::Impl::RequestTermination() {
         // Nobody is subscribed: what is queued belongs to effects that are gone.
         const std::lock_guard lock(listMutex_);
         Drain();
-        cancelled_.clear();
+        ForgetCancelled();
     }
     pendingTerminations_.fetch_add(1);
     terminate_.store(1);
@@ -268,9 +320,15 @@ SchedulableEffect* EffectThreadPool::Impl::Take() {
     SchedulableEffect* const effect = queue_.Pop();
     if (effect)
         inFlight_.push_back(effect);
-    else if (inFlight_.empty() && queue_.IsEmpty())
-        cancelled_.clear();  // no stale entry can remain anywhere
+    else
+        ForgetCancelled();
     return effect;
+}
+
+/// An entry of an effect that is gone may still be queued or in flight; until it has passed its effect must
+/// stay known as cancelled. Called with the lists locked.
+void EffectThreadPool::Impl::ForgetCancelled() {
+    if (inFlight_.empty() && queue_.IsEmpty()) cancelled_.clear();
 }
 
 void EffectThreadPool::Impl::DoScheduleEffect(SchedulableEffect* effect) {
