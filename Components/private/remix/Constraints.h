@@ -1,0 +1,141 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "Components/Song.h"
+#include "Components/private/remix/SearchMatrices.h"
+
+namespace zuc::components {
+
+class Retarget;
+
+/// Adds its costs to those of the others; +infinity forbids. The matrices are beats x beats and beats x
+/// output positions. All are [worker].
+class Constraint {
+public:
+    virtual ~Constraint() = default;
+    Constraint() = default;
+    Constraint(const Constraint&) = delete;
+    Constraint& operator=(const Constraint&) = delete;
+
+    virtual void Apply(TransitionMatrix& transition,
+                       PlacementMatrix& placement,
+                       const Retarget& retarget,
+                       const std::vector<double>& beatTimes,
+                       IAudioFramesGetter& frames) const = 0;
+};
+using ConstraintList = std::vector<std::shared_ptr<Constraint>>;
+
+/// A beat may replace the natural successor of another as far as it sounds like it: the cost of i -> j
+/// is the dissimilarity of i + 1 and j, (1 - cosine)^0.75, of the chroma and timbre rows. Leaving the
+/// last beat or going to it is forbidden.
+class TimbrePitchConstraint final : public Constraint {
+public:
+    TimbrePitchConstraint(float timbreWeight, float chromaWeight)
+        : timbreWeight_(timbreWeight), chromaWeight_(chromaWeight) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    float timbreWeight_;
+    float chromaWeight_;
+};
+
+/// The same for loudness: 10 x the difference of the root mean squares of beats i + 1 and j. The last
+/// beat counts as loud as the one before.
+class EnergyConstraint final : public Constraint {
+public:
+    explicit EnergyConstraint(float weight) : weight_(weight) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    float weight_;
+};
+
+/// A jump back goes back at least `beats`; a beat never follows itself.
+class MinimumLoopConstraint final : public Constraint {
+public:
+    explicit MinimumLoopConstraint(int beats) : beats_(beats) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    int beats_;
+};
+
+/// The first output position plays `beat`, or one at most `slackBeats` away.
+class StartAtBeatConstraint final : public Constraint {
+public:
+    StartAtBeatConstraint(int beat, int slackBeats) : beat_(beat), slackBeats_(slackBeats) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    int beat_;
+    int slackBeats_;
+};
+
+/// The last output position plays the beat behind `beat` (negative: behind the last one), or one at
+/// most `slackBeats` away from there.
+class EndAtBeatConstraint final : public Constraint {
+public:
+    EndAtBeatConstraint(int beat, int slackBeats) : beat_(beat), slackBeats_(slackBeats) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    int beat_;
+    int slackBeats_;
+};
+
+/// Only beats at `startSeconds` to `endSeconds`, both included, are played at all.
+class SourceTimeRangeConstraint final : public Constraint {
+public:
+    SourceTimeRangeConstraint(double startSeconds, double endSeconds)
+        : startSeconds_(startSeconds), endSeconds_(endSeconds) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    double startSeconds_;
+    double endSeconds_;
+};
+
+/// Far jumps cost weight x (d / beats)^exponent, d the distance beyond `freeBeats` (below 1 it is 0).
+class PenalizeLongEditsConstraint final : public Constraint {
+public:
+    PenalizeLongEditsConstraint(double weight, double exponent, int freeBeats)
+        : weight_(weight), exponent_(exponent), freeBeats_(freeBeats) {}
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+
+private:
+    double weight_;
+    double exponent_;
+    int freeBeats_;
+};
+
+}  // namespace zuc::components
