@@ -75,6 +75,7 @@ constexpr const char* kReplayExamples =
 
 constexpr const char* kPlotExamples =
     "Kinds:\n"
+    "  beats      waveform, onsets and beats of a file, and which beats sound alike\n"
     "  impulse    what comes out for one impulse in each channel, over time\n"
     "  response   magnitude over frequency, from the impulse\n"
     "  transfer   output level over input level, of an effect with such a curve\n"
@@ -88,6 +89,7 @@ constexpr const char* kPlotExamples =
     "  zuc plot impulse -e echo:preset=Spooky -o spooky.svg\n"
     "  zuc plot response -e echo:echo-bounce=on --length 2 -o response.png\n"
     "  zuc plot curve -e echo -a echo.decay-left:0s=64%,5s=20% -o curve.svg\n"
+    "  zuc plot beats song.wav -o beats.svg\n"
     "  zuc plot waveform in.wav out.wav -o both.png";
 
 class Parser {
@@ -101,6 +103,7 @@ public:
         AddProcess();
         AddReplay();
         AddPreset();
+        AddBeats();
         AddPlot();
         AddDoctor();
         AddDemo();
@@ -268,12 +271,25 @@ private:
         save.required = {{"EFFECT", &presetSave_.effect}, {"NAME", &presetSave_.name}};
     }
 
+    void AddBeats() {
+        Command& command = AddCommand(app_, "beats", "Find the beats of a piece of music", beats_);
+        BeatsOptions& o = beats_;
+        command.app->add_option("IN", o.input, "Audio file");
+        command.app->add_flag("--json", o.json, "Times of all beats, for programs");
+        command.app->add_option("--labels", o.labels, "Write a label track for audio editors");
+        command.app->add_option("--click", o.click, "Write the music with a tick on every beat");
+        command.app->add_flag("--no-cache", o.noCache, "Neither use nor keep earlier results");
+        command.required = {{"IN", &o.input}};
+    }
+
     void AddPlot() {
-        Command& command = AddCommand(app_, "plot", "Draw what effects do, as SVG or PNG", plot_);
+        Command& command =
+            AddCommand(app_, "plot", "Draw what effects do, or beats, as SVG or PNG", plot_);
         PlotOptions& o = plot_;
         CLI::App& app = *command.app;
-        app.add_option("KIND", o.kind, "impulse, response, transfer, gain, curve or waveform");
-        app.add_option("IN", o.inputs, "Of gain: audio file; of waveform: one or more");
+        app.add_option("KIND", o.kind,
+                       "beats, impulse, response, transfer, gain, curve or waveform");
+        app.add_option("IN", o.inputs, "Of beats and gain: audio file; of waveform: one or more");
         AddChain(app, o.chain);
         app.add_option("-o,--output", o.output,
                        "Picture to write, .svg or .png; replaced if there");
@@ -311,6 +327,7 @@ private:
     PresetListOptions presetList_;
     PresetShowOptions presetShow_;
     PresetSaveOptions presetSave_;
+    BeatsOptions beats_;
     PlotOptions plot_;
     DoctorOptions doctor_;
     DemoOptions demo_;

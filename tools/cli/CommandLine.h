@@ -77,6 +77,14 @@ struct PresetSaveOptions {
     bool overwrite = false;
 };
 
+struct BeatsOptions {
+    std::string input;
+    std::string labels;
+    std::string click;
+    bool json = false;
+    bool noCache = false;
+};
+
 struct PlotOptions {
     std::string kind;
     std::vector<std::string> inputs;
@@ -113,6 +121,7 @@ using Request = std::variant<HelpRequest,
                              PresetListOptions,
                              PresetShowOptions,
                              PresetSaveOptions,
+                             BeatsOptions,
                              PlotOptions,
                              DoctorOptions,
                              DemoOptions>;

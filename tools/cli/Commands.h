@@ -13,6 +13,7 @@ int RunReplayCommand(const ReplayOptions& options);
 int RunPresetList(const PresetListOptions& options);
 int RunPresetShow(const PresetShowOptions& options);
 int RunPresetSave(const PresetSaveOptions& options);
+int RunBeats(const BeatsOptions& options);
 int RunPlot(const PlotOptions& options);
 int RunDoctor(const DoctorOptions& options);
 int RunDemo(const DemoOptions& options);

@@ -51,6 +51,7 @@ int Run(int argc, char** argv) {
                    [](const cli::PresetListOptions& o) { return cli::RunPresetList(o); },
                    [](const cli::PresetShowOptions& o) { return cli::RunPresetShow(o); },
                    [](const cli::PresetSaveOptions& o) { return cli::RunPresetSave(o); },
+                   [](const cli::BeatsOptions& o) { return cli::RunBeats(o); },
                    [](const cli::PlotOptions& o) { return cli::RunPlot(o); },
                    [](const cli::DoctorOptions& o) { return cli::RunDoctor(o); },
                    [](const cli::DemoOptions& o) { return cli::RunDemo(o); }},

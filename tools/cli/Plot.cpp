@@ -5,6 +5,8 @@
 #include "ChainArguments.h"
 #include "Commands.h"
 #include "Console.h"
+#include "Signals.h"
+#include "host/BeatAnalysis.h"
 #include "host/ChainProcessor.h"
 #include "host/CurvePlot.h"
 #include "host/Faults.h"
@@ -80,6 +82,13 @@ host::Figure DrawGain(const PlotJob& job) {
     return host::PlotGain(trace, job.Title(title.c_str()));
 }
 
+host::Figure DrawBeats(const PlotJob& job) {
+    const InterruptibleJob interruptible;
+    const auto song = host::AnalyseBeats(job.files.front(), host::SongCache(),
+                                         [](double) { return GetInterruption() == 0; });
+    return host::PlotBeats(job.files.front(), song);
+}
+
 struct PlotKind {
     const char* name = "";
     host::Figure (*draw)(const PlotJob& job) = nullptr;
@@ -107,6 +116,7 @@ constexpr std::array kKinds{
     PlotKind{"waveform",
              [](const PlotJob& job) { return host::PlotWaveforms(job.files, job.range); },
              kMaximumFiles, false},
+    PlotKind{"beats", DrawBeats, 1, false},
 };
 
 host::ImpulseScale ParseScale(const std::string& text) {

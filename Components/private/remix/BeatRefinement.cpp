@@ -1,0 +1,167 @@
+#include "Components/private/remix/BeatRefinement.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace zuc::components {
+namespace {
+
+constexpr SpectrumLayout kFineLayout{256, 64, 60};
+constexpr std::size_t kBands = 24;
+constexpr std::size_t kFluxFrames = 2;  // the past that a frame is compared with: 6 ms
+// Where a click's flux has its peak, against the click: found with a click track, the same for every
+// sound and rate because windows and hops are fixed in frames.
+constexpr double kPeakFrames = 0;
+constexpr double kReachSeconds[] = {0.045, 0.030};  // of the two searches
+constexpr double kSpreadSeconds = 0.020;            // of their Gaussian weight
+constexpr double kAgreementSeconds = 0.010;
+constexpr std::ptrdiff_t kLineBeats = 4;  // to each side
+constexpr std::size_t kEndIntervals = 8;  // that tell the period at an end
+
+struct FineOnsets {
+    double rateHz = 0;
+    double offsetSeconds = 0;  // of value 0
+    std::vector<float> flux;
+    double mean = 0;
+};
+
+bool ReadFlux(IAudioFramesGetter& frames,
+              float scale,
+              double blockSeconds,
+              const ProgressShare& progress,
+              FineOnsets& out) {
+    const double rateHz = frames.GetSampleRate();
+    const MelBands mel(kBands, 30, 10000, kFineLayout.size, rateHz);
+    std::vector<float> past(kFluxFrames * kBands, 0.0f), bands(kBands);
+    std::size_t slot = 0;
+    SpectrumLayout layout = kFineLayout;
+    layout.blockSeconds = blockSeconds;
+    const bool isDone = ForEachSpectrum(frames, layout, progress, [&](const float* magnitudes) {
+        mel.Apply(magnitudes, bands.data());
+        float* before = past.data() + slot * kBands;
+        float sum = 0;
+        for (std::size_t b = 0; b < kBands; ++b) {
+            const float loudness = std::log1p(scale * bands[b]);
+            sum += std::max(0.0f, loudness - before[b]);
+            before[b] = loudness;
+        }
+        slot = (slot + 1) % kFluxFrames;
+        out.flux.push_back(sum);
+        out.mean += static_cast<double>(sum);
+    });
+    out.rateHz = rateHz / static_cast<double>(kFineLayout.hop);
+    out.offsetSeconds = -kPeakFrames / rateHz;
+    out.mean /= static_cast<double>(std::max<std::size_t>(out.flux.size(), 1));
+    return isDone;
+}
+
+struct Peak {
+    double seconds = 0;
+    double salience = 0;  // height over the song's mean flux
+};
+
+/// The strongest onset near `seconds`, to a fraction of a value.
+Peak FindPeak(const FineOnsets& onsets, double seconds, double reachSeconds) {
+    const double at = (seconds - onsets.offsetSeconds) * onsets.rateHz;
+    const auto last = static_cast<std::ptrdiff_t>(onsets.flux.size()) - 2;
+    const auto lo = std::max<std::ptrdiff_t>(
+        1, static_cast<std::ptrdiff_t>(std::ceil(at - reachSeconds * onsets.rateHz)));
+    const auto hi = std::min<std::ptrdiff_t>(
+        last, static_cast<std::ptrdiff_t>(std::floor(at + reachSeconds * onsets.rateHz)));
+    const auto weighted = [&](std::ptrdiff_t k) {
+        const double deviations = (static_cast<double>(k) - at) / (kSpreadSeconds * onsets.rateHz);
+        return static_cast<double>(onsets.flux[static_cast<std::size_t>(k)]) *
+               std::exp(-0.5 * deviations * deviations);
+    };
+    Peak peak{seconds, 0};
+    std::ptrdiff_t best = -1;
+    double most = 0;
+    for (std::ptrdiff_t k = lo; k <= hi; ++k)
+        if (weighted(k) > most) {
+            most = weighted(k);
+            best = k;
+        }
+    if (best < 0 || onsets.mean <= 0) return peak;
+    const auto k = static_cast<std::size_t>(best);
+    const double a = onsets.flux[k - 1], b = onsets.flux[k], c = onsets.flux[k + 1];
+    const double curvature = a - 2 * b + c;
+    const double part = curvature < 0 ? std::clamp(0.5 * (a - c) / curvature, -0.5, 0.5) : 0;
+    peak.seconds = (static_cast<double>(best) + part) / onsets.rateHz + onsets.offsetSeconds;
+    peak.salience = b / onsets.mean;
+    return peak;
+}
+
+/// The line through the peaks around beat k, at k; peaks off the line count less.
+double LineAt(const std::vector<Peak>& peaks, std::size_t k) {
+    const auto center = static_cast<std::ptrdiff_t>(k);
+    const std::ptrdiff_t lo = std::max<std::ptrdiff_t>(0, center - kLineBeats);
+    const std::ptrdiff_t hi =
+        std::min(static_cast<std::ptrdiff_t>(peaks.size()) - 1, center + kLineBeats);
+    double height = peaks[k].seconds, slope = 0;
+    for (int round = 0; round < 4; ++round) {
+        double w = 0, wx = 0, wy = 0, wxx = 0, wxy = 0;
+        for (std::ptrdiff_t j = lo; j <= hi; ++j) {
+            const auto x = static_cast<double>(j - center);
+            const Peak& peak = peaks[static_cast<std::size_t>(j)];
+            const double off = (peak.seconds - (height + slope * x)) / kAgreementSeconds;
+            const double weight = (peak.salience + 0.01) / (round == 0 ? 1 : 1 + off * off);
+            w += weight;
+            wx += weight * x;
+            wy += weight * peak.seconds;
+            wxx += weight * x * x;
+            wxy += weight * x * peak.seconds;
+        }
+        const double determinant = w * wxx - wx * wx;
+        if (!(determinant > 1e-12)) break;
+        height = (wxx * wy - wx * wxy) / determinant;
+        slope = (w * wxy - wx * wy) / determinant;
+    }
+    return height;
+}
+
+}  // namespace
+
+bool RefineBeats(IAudioFramesGetter& frames,
+                 float loudnessScale,
+                 double blockSeconds,
+                 const ProgressShare& progress,
+                 std::vector<double>& beatTimes) {
+    FineOnsets onsets;
+    if (!ReadFlux(frames, loudnessScale, blockSeconds, progress, onsets)) return false;
+    if (beatTimes.size() < 2) return true;
+    for (const double reach : kReachSeconds) {
+        std::vector<Peak> peaks;
+        for (const double seconds : beatTimes) peaks.push_back(FindPeak(onsets, seconds, reach));
+        for (std::size_t k = 0; k < peaks.size(); ++k) {
+            const double line = LineAt(peaks, k);
+            const double apart = (peaks[k].seconds - line) / kAgreementSeconds;
+            const double trust =
+                peaks[k].salience / (peaks[k].salience + 2) * std::exp(-0.5 * apart * apart);
+            beatTimes[k] = line + trust * (peaks[k].seconds - line);
+        }
+        std::sort(beatTimes.begin(), beatTimes.end());
+    }
+    return true;
+}
+
+void ExtendBeats(double durationSeconds, std::vector<double>& beatTimes) {
+    if (beatTimes.size() < 2) return;
+    const std::size_t intervals = std::min(kEndIntervals, beatTimes.size() - 1);
+    const auto median = [&](std::size_t first) {
+        std::vector<double> near;
+        for (std::size_t k = first; k < first + intervals; ++k)
+            near.push_back(beatTimes[k + 1] - beatTimes[k]);
+        std::sort(near.begin(), near.end());
+        return std::max(near[near.size() / 2], 0.05);
+    };
+    const double front = median(0), back = median(beatTimes.size() - 1 - intervals);
+    std::vector<double> before;
+    for (double t = beatTimes.front() - front; t >= 0; t -= front) before.push_back(t);
+    beatTimes.insert(beatTimes.begin(), before.rbegin(), before.rend());
+    while (beatTimes.back() + back < durationSeconds) beatTimes.push_back(beatTimes.back() + back);
+    while (beatTimes.size() > 1 && beatTimes.back() >= durationSeconds) beatTimes.pop_back();
+    while (beatTimes.size() > 1 && beatTimes.front() < 0) beatTimes.erase(beatTimes.begin());
+}
+
+}  // namespace zuc::components
