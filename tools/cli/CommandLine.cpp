@@ -98,6 +98,7 @@ public:
         app_.footer(kExamples);
         app_.add_flag("--version", version_, "Show the version");  // Main answers it
         app_.allow_extras();
+        app_.require_subcommand(0, 1);  // "plot beats": what follows a command is no other command
         AddList();
         AddDescribe();
         AddProcess();

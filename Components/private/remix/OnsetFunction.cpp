@@ -53,11 +53,13 @@ void DivideByLevel(std::vector<float>& flux, double rateHz) {
 /// Takes out the slow part, smooths over three values and scales to standard deviation 1.
 void Normalize(std::vector<float>& x, double rateHz) {
     const auto base = RunningMean(x, static_cast<std::size_t>(kBaselineSeconds * rateHz) | 1u);
-    std::vector<float> y(x.size());
-    for (std::size_t k = 0; k < x.size(); ++k) {
-        const float before = x[k > 0 ? k - 1 : k], after = x[k + 1 < x.size() ? k + 1 : k];
-        y[k] = 0.25f * before + 0.5f * x[k] + 0.25f * after - base[k];
+    std::vector<float> y(x);
+    if (const std::vector<double> taps{0.25, 0.5, 0.25}; x.size() >= taps.size()) {
+        const auto smooth = ConvolveSame(std::vector<double>(x.begin(), x.end()), taps);
+        std::transform(smooth.begin(), smooth.end(), y.begin(),
+                       [](double v) { return static_cast<float>(v); });
     }
+    for (std::size_t k = 0; k < x.size(); ++k) y[k] -= base[k];
     double sum = 0, squares = 0;
     for (const float v : y) {
         sum += static_cast<double>(v);
