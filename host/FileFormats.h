@@ -51,7 +51,7 @@ EncodingInfo GetEncodingInfo(int soundFileFormat);  // [any]
 std::uint32_t GetCustomaryChannelMask(int channels);
 
 /// The place of each channel within a frame of an Ogg file, whose order is not that of WAV files
-/// (Vorbis I specification, section 4.3.9); null when it is. [any]
+/// (Vorbis I, section 4.3.9); null when it is. [any]
 const int* GetOggChannelOrder(int soundFileFormat, int channels);
 
 }  // namespace zuc::host

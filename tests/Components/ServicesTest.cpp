@@ -70,7 +70,8 @@ TEST_F(ServicesTest, ConsoleTunesTheLeveler) {
 
 TEST_F(ServicesTest, ConsoleSetsThePreviewQuality) {
     for (const char* bad : {"13", "9", "", "10 11", "many", "nan"})
-        EXPECT_EQ(Reply(std::string("SetTimeStretchPreviewQ ").append(bad)), "Invalid quality setting\n")
+        EXPECT_EQ(Reply(std::string("SetTimeStretchPreviewQ ").append(bad)),
+                  "Invalid quality setting\n")
             << bad;
     EXPECT_EQ(Reply("SetTimeStretchPreviewQ 12.9"), "Quality changed.\n");
     EXPECT_EQ(GetTimeStretchPreviewQuality(), 12.0f);

@@ -1,5 +1,5 @@
 // The C library's calls that have no place on an audio thread, each replaced by one that reports and
-// then does what it always did. The names, parameters and exception specifications are the library's.
+// then does what it always did. The names, parameters and noexcept marks are the library's.
 //
 // NOLINTBEGIN(readability-identifier-naming, bugprone-reserved-identifier): the library's names
 // NOLINTBEGIN(clang-analyzer-valist.Uninitialized): clang-tidy 14 does not see va_start
