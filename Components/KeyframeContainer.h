@@ -48,7 +48,7 @@ struct LogicalKeyframe {
     bool operator==(const LogicalKeyframe&) const = default;
 };
 
-class KeyframeContainer;
+class KeyframeContainer;  // NOLINT(cppcoreguidelines-virtual-class-destructor): as below
 using KeyframeContainerPtr = boost::intrusive_ptr<KeyframeContainer>;
 
 /// An automation curve: keyframes in the order of time, a default value for when there are none, and
@@ -66,6 +66,7 @@ using KeyframeContainerPtr = boost::intrusive_ptr<KeyframeContainer>;
 ///
 /// The modified flag is set by every operation that changed something, and by every insertion and
 /// every RemoveKeyframes. The read-only flag is a note for editors and bars nothing here.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release deletes
 class ZUC_API KeyframeContainer : public virtual kracore::utility::RefCountedObject {
 public:
     using ConstIterator = KeyframeSet::const_iterator;
