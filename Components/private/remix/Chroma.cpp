@@ -40,7 +40,7 @@ public:
         for (std::size_t k = 0; k < bins_; ++k) {
             const float leaving = k > kBandMedian / 2 ? at(k - kBandMedian / 2 - 1) : 0.0f;
             Exchange(window, leaving, at(k + kBandMedian / 2));
-            std::array<float, kTimeMedian> times;
+            std::array<float, kTimeMedian> times{};
             for (std::size_t t = 0; t < kTimeMedian; ++t) times[t] = rows_[t * bins_ + k];
             std::nth_element(times.begin(), times.begin() + kTimeMedian / 2, times.end());
             const float lasting = times[kTimeMedian / 2] * times[kTimeMedian / 2];
@@ -111,7 +111,7 @@ double EstimateTuning(const Spectrogram& fine) {
 
 Spectrogram ToClasses(const Spectrogram& fine) {
     const double tuning = EstimateTuning(fine);
-    std::array<std::array<float, kFine>, kClasses> weights;
+    std::array<std::array<float, kFine>, kClasses> weights{};
     for (std::size_t c = 0; c < kClasses; ++c)
         for (std::size_t b = 0; b < kFine; ++b) {
             const double place = static_cast<double>(c * kPerSemitone) + tuning;
