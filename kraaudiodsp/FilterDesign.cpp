@@ -40,14 +40,14 @@ RootPair ZOfU(Complex u) {
     return {ZOfX(-u / q), a == 0.0 ? Complex(0.0) : ZOfX(q / a)};
 }
 
-/// The roots of the denominator of r, which fill up a polynomial of lower degree.
-const RootPair& FillingRoots() {
-    static const RootPair roots = [] {
-        const double root = std::sqrt(kD * kD - 4.0 * kE);
-        return RootPair{ZOfX((-kD - root) / (2.0 * kE)), ZOfX((-kD + root) / (2.0 * kE))};
-    }();
-    return roots;
+RootPair MakeFillingRoots() {
+    const double root = std::sqrt(kD * kD - 4.0 * kE);
+    return {ZOfX((-kD - root) / (2.0 * kE)), ZOfX((-kD + root) / (2.0 * kE))};
 }
+
+/// The roots of the denominator of r, which fill up a polynomial of lower degree. Made when the library is
+/// loaded, since coefficients are designed on the audio thread.
+const RootPair kFillingRoots = MakeFillingRoots();
 
 /// One polynomial of z as factors 1 + first / z + second / z^2.
 struct Factor {
@@ -59,8 +59,8 @@ Factor Multiply(Complex z1, Complex z2) { return {-(z1 + z2).real(), (z1 * z2).r
 /// The factors of one side of the filter, one for each biquad; `u0` is r at the section's frequency.
 std::array<Factor, 2> MapPolynomial(const std::array<double, 3>& p, std::size_t degree, double u0) {
     const auto map = [u0](Complex s) { return ZOfU(-s * s * u0); };
-    RootPair first = FillingRoots();
-    RootPair second = FillingRoots();
+    RootPair first = kFillingRoots;
+    RootPair second = kFillingRoots;
     if (p[2] != 0.0) {
         const Complex root = std::sqrt(Complex(p[1] * p[1] - 4.0 * p[0] * p[2]));
         const Complex sum = p[1] + root;
