@@ -22,7 +22,7 @@ shift $((OPTIND - 1))
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 zuc=$root/build/release/bin/zuc
-[ -x "$zuc" ] || { echo "peers.sh: build first: scripts/test --quick" >&2; exit 2; }
+[ -x "$zuc" ] || { echo "peers.sh: build first: scripts/test" >&2; exit 2; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
