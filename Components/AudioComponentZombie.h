@@ -35,7 +35,7 @@ public:
     /// The filter it was made from, or null. Deliberate: the name is spelled so in the contract. [host]
     virtual kraaudiofilterhost::AudioFilterPtr GetReferrencedAudioFitler() const;
 
-    void SetParameterDisplayName(int index, const WStr& name);
+    void SetParameterDisplayName(int index, const WStr& name) const;
     /// The real effect with the placeholder's buses, maps, preset name, settings and the parameter values
     /// that were set after the settings were loaded; null when it still cannot be created. [host]
     kraaudiofilterhost::AudioFilterPtr CreateComponentFromZombieState() const;

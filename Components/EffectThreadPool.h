@@ -16,7 +16,7 @@ public:
 
 protected:
     SchedulableEffect() = default;
-    virtual ~SchedulableEffect();
+    ~SchedulableEffect() = default;
 };
 
 /// The process's workers for effects: one for each started group of 24 that subscribe.

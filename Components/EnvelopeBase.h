@@ -54,8 +54,8 @@ public:
 protected:
     /// One keyframe of a preset's curve, at a fraction of the selection or so many seconds into it.
     struct CurvePoint {
-        double at;
-        float level;
+        double at = 0.0;
+        float level = 0.0f;
         bool hold = false;
         bool isInSeconds = false;
     };

@@ -25,11 +25,11 @@ std::vector<FigureBand> MeasureWaveform(const std::string& path, double seconds)
     for (std::size_t k = 0; k < kColumns; ++k)
         band[k] = {(static_cast<double>(k) + 0.5) * seconds / kColumns, 0, 0};
     AudioBlock block(static_cast<std::size_t>(channels), kBlockFrames);
-    double frame = 0;
+    std::int64_t frame = 0;
     while (const int given = reader->Read(block.GetChannels(), kBlockFrames))
         for (int i = 0; i < given; ++i, ++frame) {
-            auto& column =
-                band[std::min(kColumns - 1, static_cast<std::size_t>(frame / perColumn))];
+            auto& column = band[std::min(
+                kColumns - 1, static_cast<std::size_t>(static_cast<double>(frame) / perColumn))];
             for (int c = 0; c < channels; ++c) {
                 const double x = block.GetChannels()[c][i];
                 if (!std::isfinite(x)) continue;
@@ -60,8 +60,8 @@ void AddSimilarity(FigurePanel& panel, const components::SongAnalysis& song) {
     const std::size_t count = song.beatTimes.size();
     const std::size_t step = std::max<std::size_t>(1, (count + kMostCells - 1) / kMostCells);
     struct Level {
-        float from;
-        const char* name;
+        float from = 0.0f;
+        const char* name = nullptr;
         FigureStyle style;
     };
     const Level levels[] = {{kAlike - 0.2f, "rather alike", {FigureStyle::kGrey, 1.5, false, 0.5}},

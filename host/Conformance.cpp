@@ -28,7 +28,7 @@ using kramediatypes::LayoutForChannelCount;
 
 /// Frames of a short render: long enough for ramps and crossfades of 100 ms at 48 kHz, and a multiple of
 /// every block length that is compared.
-constexpr std::size_t kShortFrames = 7 * 64 * 24;
+constexpr std::size_t kShortFrames = 10752;
 constexpr float kInaudible = 3.2e-5f;  // -90 dB
 
 /// One call of the system that an effect's Process may make, at most once a block.
@@ -256,6 +256,7 @@ void CheckParameters(Run& run) {
 
 std::vector<float> ReadParameters(AudioFilter& filter) {
     std::vector<float> values;
+    values.reserve(static_cast<std::size_t>(filter.GetParameterCount()));
     for (int i = 0; i < filter.GetParameterCount(); ++i) values.push_back(filter.GetParameter(i));
     return values;
 }
@@ -489,7 +490,7 @@ void CheckRealTimeResume(Run& run) {
 
 struct CheckRow {
     ConformanceCheck check;
-    void (*run)(Run&);
+    void (*run)(Run&) = nullptr;
     bool needsProbe = false;
 };
 

@@ -12,7 +12,7 @@
 namespace zuc::host {
 namespace {
 
-constexpr int kColumns = 1600;  // of a picture; each shows the extremes of its frames
+constexpr std::size_t kColumns = 1600;  // of a picture; each shows the extremes of its frames
 constexpr int kBlockFrames = 8192;
 constexpr double kPanelHeight = 170.0;
 

@@ -78,12 +78,13 @@ void NoiseColoring::PlaceLadder(const Spec& spec) {
     std::array<double, kMaxSections> wanted{};     // slope in the warped frequency
     std::array<double, kMaxSections> distances{};  // from zero to pole, in powers of the ratio
     double warped = Warp(kLowestCentreHz, rateHz_);
-    for (; warped < kHighestWarped && centreCount_ < kMaxSections; warped *= kCentreRatio) {
+    while (warped < kHighestWarped && centreCount_ < kMaxSections) {
         const double angle = std::atan(warped);
         centres[centreCount_] = warped;
         wanted[centreCount_] =
             Slope(spec, angle * rateHz_ / pi) * std::sin(2.0 * angle) / (2.0 * angle);
         ++centreCount_;
+        warped *= kCentreRatio;
     }
     distances = wanted;
     for (int round = 0; round <= kRefinements; ++round) {

@@ -32,7 +32,9 @@ std::vector<WStr> SplitWords(const WStr& line) {
 Command::~Command() = default;
 
 void CommandRegistry::RegisterCommand(const WStr& name, const WStr& help, Creator creator) {
-    Registrations()[name] = {help, std::move(creator)};
+    Registration& registration = Registrations()[name];
+    registration.help = help;
+    registration.creator = std::move(creator);
 }
 
 void CommandRegistry::UnregisterCommand(const WStr& name) { Registrations().erase(name); }

@@ -54,7 +54,7 @@ kraaudiofilterhost::AudioFilterParameterInfoPtr AudioComponentZombie::GetParamet
     return IsKnown(index) ? infos_[static_cast<std::size_t>(index)] : nullptr;
 }
 
-void AudioComponentZombie::SetParameterDisplayName(int index, const WStr& name) {
+void AudioComponentZombie::SetParameterDisplayName(int index, const WStr& name) const {
     if (const auto info = GetParameterInfo(index)) info->SetName(name);
 }
 

@@ -105,7 +105,7 @@ void CurveReader::Fill(const KeyframeContainer& curve,
     constexpr std::int64_t kStep = kStepFrames;
     const std::int64_t end = start + frames;
     std::int64_t from = start - ((start % kStep) + kStep) % kStep;
-    std::array<float, kMaxFrames / kStepFrames + 2> grid;
+    std::array<float, kMaxFrames / kStepFrames + 2> grid{};
     curve.TryGetValues(from, kStep, (end - from + kStep - 1) / kStep + 1, grid.data());
 
     const bool isSpline = curve.CanShowSplines();

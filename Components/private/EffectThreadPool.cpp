@@ -175,8 +175,6 @@ private:
 
 }  // namespace
 
-SchedulableEffect::~SchedulableEffect() = default;
-
 // ---- The pool ----
 
 class EffectThreadPool::Impl {

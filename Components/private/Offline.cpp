@@ -24,8 +24,10 @@ OfflineOperations::~OfflineOperations() = default;
 void OfflineOperations::Cancel() {}
 void OfflineOperations::GetCompletionText(kracore::WStr& text) const { text.clear(); }
 bool OfflineOperations::OfflineRun(std::int64_t, std::int64_t) { return true; }
+// NOLINTBEGIN(performance-unnecessary-value-param): effects keep what they are given
 void OfflineOperations::SetOfflineReader(boost::intrusive_ptr<OfflineIInterface>) {}
 void OfflineOperations::SetOfflineWriter(boost::intrusive_ptr<OfflineOInterface>) {}
+// NOLINTEND(performance-unnecessary-value-param)
 void OfflineOperations::SetProgressHandler(float volatile*) {}
 bool OfflineOperations::WantsToHandleProgress() const { return false; }
 

@@ -17,6 +17,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 using Tag = hn::CappedTag<double, kBiquadLanes>;
 using Vector = hn::Vec<Tag>;
+using Indices = decltype(hn::SetTableIndices(Tag(), static_cast<const int64_t*>(nullptr)));
 constexpr std::size_t kVectorLanes = sizeof(Vector) / sizeof(double);
 
 /// Some groups in registers.
@@ -25,12 +26,8 @@ class Cascade {
 public:
     static constexpr std::size_t kLanes = kGroups * kBiquadLanes;
 
-    HWY_ATTR explicit Cascade(const BiquadGroup* groups) {
+    HWY_ATTR explicit Cascade(const BiquadGroup* groups) : rotate_(MakeRotation()) {
         const Tag d;
-        HWY_ALIGN int64_t rotation[kVectorLanes];
-        for (std::size_t i = 0; i < kVectorLanes; ++i)
-            rotation[i] = static_cast<int64_t>((i + kVectorLanes - 1) % kVectorLanes);
-        rotate_ = hn::SetTableIndices(d, rotation);
         for (std::size_t v = 0; v < kVectors; ++v) {
             const BiquadGroup& group = groups[v / kPerGroup];
             const std::size_t lane = v % kPerGroup * kVectorLanes;
@@ -91,10 +88,17 @@ private:
     static constexpr std::size_t kPerGroup = kBiquadLanes / kVectorLanes;
     static constexpr std::size_t kVectors = kGroups * kPerGroup;
 
+    static HWY_ATTR Indices MakeRotation() {
+        HWY_ALIGN int64_t rotation[kVectorLanes];
+        for (std::size_t i = 0; i < kVectorLanes; ++i)
+            rotation[i] = static_cast<int64_t>((i + kVectorLanes - 1) % kVectorLanes);
+        return hn::SetTableIndices(Tag(), rotation);
+    }
+
     Vector b0_[kVectors], b1_[kVectors], b2_[kVectors], a1_[kVectors], a2_[kVectors];
     Vector s1_[kVectors], s2_[kVectors];
     Vector rotated_[kVectors];  // the last outputs, each one lane up and the last one in lane 0
-    decltype(hn::SetTableIndices(Tag(), static_cast<const int64_t*>(nullptr))) rotate_;
+    Indices rotate_;
 };
 
 template <std::size_t kGroups>

@@ -63,7 +63,7 @@ void MultiplyRamp(
 
 /// All ones in the exponent: infinite or not a number.
 bool IsNonFinite(float value) {
-    std::uint32_t bits;
+    std::uint32_t bits = 0;
     hwy::CopyBytes<sizeof(bits)>(&value, &bits);
     return (bits & 0x7F800000u) == 0x7F800000u;
 }

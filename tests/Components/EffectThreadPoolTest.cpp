@@ -26,7 +26,7 @@ using std::chrono::milliseconds;
 class Counter final : public SchedulableEffect {
 public:
     explicit Counter(std::function<void()> work = {}) : work_(std::move(work)) {}
-    ~Counter() override { calls = -1000000; }
+    ~Counter() { calls = -1000000; }
     void ScheduledFunction() override {
         if (work_) work_();
         ++calls;

@@ -137,9 +137,9 @@ void PrintText(const host::Effect& effect,
     std::vector<std::vector<std::string>> rows{{"Parameter", "Range", "Default", ""}};
     for (const Parameter& parameter : host::GetParameters(filter)) {
         const bool follows = parameter.role == AudioFilterParameterRole::kFollowsLayout;
-        rows.push_back({parameter.slug, host::FormatRange(parameter),
-                        host::FormatValue(parameter, parameter.normalized),
-                        parameter.name + (follows ? " (follows the channels)" : "")});
+        rows.push_back({parameter.slug, follows ? "" : host::FormatRange(parameter),
+                        follows ? "" : host::FormatValue(parameter, parameter.normalized),
+                        parameter.name + (follows ? " (set by the layout of the audio)" : "")});
     }
     text.append("\n").append(FormatColumns(rows, ""));
     const auto presets = host::GetFactoryPresetNames(filter);

@@ -119,7 +119,7 @@ void Amplify::SetParameter(int index, float normalized) {
     } else if (index == kLinkSliders) {
         SetValue(kLinkSliders, normalized >= 0.5f ? 1.0f : 0.0f);
     }
-    AudioFilter::SetParameter(index, normalized);
+    AudioFilter::SetParameter(index, normalized);  // NOLINT(bugprone-parent-virtual-call)
 }
 
 float Amplify::GetParameter(int index) const {

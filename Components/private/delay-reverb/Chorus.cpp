@@ -56,7 +56,8 @@ float OnePoleCoefficient(double frequencyHz, double rateHz) {
 /// Where a voice stands, from -1 to 1: in turn left and right, from the outside in.
 float GetPlace(int voice, int count) {
     if (count % 2 == 1 && voice == count - 1) return 0.0f;
-    const float inwards = 1.0f - static_cast<float>(voice / 2 * 2) / static_cast<float>(count);
+    const int pair = voice / 2;
+    const float inwards = 1.0f - static_cast<float>(2 * pair) / static_cast<float>(count);
     return voice % 2 == 0 ? -inwards : inwards;
 }
 

@@ -248,9 +248,9 @@ void ChorusDSP::Process(const float* const* in, float* const* out, int frames) {
 /// One or two channels from `first` on. Moves taps and mix on.
 template <std::size_t kChannels>
 void ChorusDSP::ProcessTogether(std::size_t first, float* const* out, int done, int run) {
-    std::array<float*, kChannels> wet;
-    std::array<float*, kChannels> place;
-    std::array<const float*, kChannels> dry;
+    std::array<float*, kChannels> wet{};
+    std::array<float*, kChannels> place{};
+    std::array<const float*, kChannels> dry{};
     std::array<Filter, kChannels> filters;
     for (std::size_t c = 0; c < kChannels; ++c) {
         wet[c] = wet_[c].data();

@@ -157,7 +157,11 @@ void ExtendBeats(double durationSeconds, std::vector<double>& beatTimes) {
     };
     const double front = median(0), back = median(beatTimes.size() - 1 - intervals);
     std::vector<double> before;
-    for (double t = beatTimes.front() - front; t >= 0; t -= front) before.push_back(t);
+    double earlier = beatTimes.front() - front;
+    while (earlier >= 0) {
+        before.push_back(earlier);
+        earlier -= front;
+    }
     beatTimes.insert(beatTimes.begin(), before.rbegin(), before.rend());
     while (beatTimes.back() + back < durationSeconds) beatTimes.push_back(beatTimes.back() + back);
     while (beatTimes.size() > 1 && beatTimes.back() >= durationSeconds) beatTimes.pop_back();
