@@ -146,8 +146,9 @@ public:
 
     bool Push(SchedulableEffect* effect) {
         if (!entries_.Push(effect)) return false;
-        // Should a sleeper just miss the entry, it looks again after at most 50 ms.
-        if (sleepers_.load() > 0) sem_post(&wakeUp_);
+        // Should a sleeper just miss the entry, it looks again after at most 50 ms. One that is being
+        // woken takes all entries there are.
+        if (sleepers_.load() > 0 && !isWaking_.exchange(true)) sem_post(&wakeUp_);
         return true;
     }
     SchedulableEffect* Pop() { return entries_.Pop(); }
@@ -164,12 +165,14 @@ public:
             until.tv_nsec %= 1'000'000'000;
             sem_timedwait(&wakeUp_, &until);
         }
+        isWaking_.store(false);
         sleepers_.fetch_sub(1);
     }
 
 private:
     Ring entries_;
     std::atomic<int> sleepers_{0};
+    std::atomic<bool> isWaking_{false};  // a sleeper has been woken and has not looked yet
     sem_t wakeUp_{};
 };
 

@@ -26,10 +26,22 @@ constexpr std::int64_t kHalfTaps = kSincTaps / 2;
 constexpr int kRowShift = kDelayFractionBits - kSincPhaseBits;
 constexpr float kRowScale = 1.0f / static_cast<float>(std::int64_t{1} << kRowShift);
 
+/// ((c0 + c4) + (c2 + c6)) + ((c1 + c5) + (c3 + c7))
 HWY_INLINE float AddColumns(const Vector* columns) {
-    HWY_ALIGN float c[kColumns];
-    for (std::size_t v = 0; v < kVectors; ++v) hn::Store(columns[v], Tag(), c + v * kVectorLanes);
+#if HWY_TARGET == HWY_SCALAR
+    float c[kColumns];
+    for (std::size_t v = 0; v < kVectors; ++v) c[v] = hn::GetLane(columns[v]);
     return ((c[0] + c[4]) + (c[2] + c[6])) + ((c[1] + c[5]) + (c[3] + c[7]));
+#else
+#if HWY_MAX_BYTES >= 32
+    const hn::CappedTag<float, 4> four;
+    const auto fours = hn::Add(hn::LowerHalf(four, columns[0]), hn::UpperHalf(four, columns[0]));
+#else
+    const auto fours = hn::Add(columns[0], columns[1]);
+#endif
+    const auto twos = hn::Add(fours, hn::Shuffle1032(fours));
+    return hn::GetLane(hn::Add(twos, hn::Shuffle2301(twos)));
+#endif
 }
 
 template <std::size_t kChannels>

@@ -213,6 +213,7 @@ void ChorusDSP::StartSegment() {
                 {step(mix_.feedback[0], end.feedback[0]), step(mix_.feedback[1], end.feedback[1])}};
     const std::array<float, 2> none{};
     hasFeedback_ = mix_.feedback != none || end.feedback != none;
+    isSteady_ = !hasFeedback_ && mix_ == end;
     longestRun_ = std::clamp(static_cast<int>(shortest) - kLatencyFrames + 1, 1, kControlFrames);
 }
 
@@ -236,8 +237,8 @@ void ChorusDSP::Process(const float* const* in, float* const* out, int frames) {
         for (std::size_t c = 0; c < channelCount_; c += 2) {
             taps_ = taps;
             mix_ = mix;
-            channelCount_ - c == 1 ? ProcessTogether<1>(c, out, done, run)
-                                   : ProcessTogether<2>(c, out, done, run);
+            const bool isAlone = channelCount_ - c == 1;
+            isAlone ? ProcessTogether<1>(c, out, done, run) : ProcessTogether<2>(c, out, done, run);
         }
         segmentLeft_ -= run;
         if (segmentLeft_ == 0) mix_ = mixEnd_;  // without what rounding left
@@ -260,21 +261,28 @@ void ChorusDSP::ProcessTogether(std::size_t first, float* const* out, int done, 
     }
     line_.Read(first, kChannels, wet.data(), taps_.data(), tapCount_, run);
     Mix mix = mix_;
-    for (int i = 0; i < run; ++i) {
-        for (std::size_t c = 0; c < kChannels; ++c) {
-            Filter& filter = filters[c];
-            const float voices = wet[c][i];
-            place[c][i] += mix.feedback[c] * voices;
-            filter.low += static_cast<double>(mix.lowCut) * (voices - filter.low);
-            filter.high += static_cast<double>(mix.highCut) * (voices - filter.low - filter.high);
-            out[first + c][done + i] =
-                mix.dry * dry[c][i] + mix.wet * static_cast<float>(filter.high);
-            mix.feedback[c] += mixStep_.feedback[c];
+    const auto filter = [&](std::size_t c, int i) {
+        Filter& state = filters[c];
+        const double voices = static_cast<double>(wet[c][i]);
+        state.low += static_cast<double>(mix.lowCut) * (voices - state.low);
+        state.high += static_cast<double>(mix.highCut) * (voices - state.low - state.high);
+        out[first + c][done + i] = mix.dry * dry[c][i] + mix.wet * static_cast<float>(state.high);
+    };
+    if (isSteady_) {
+        for (int i = 0; i < run; ++i)
+            for (std::size_t c = 0; c < kChannels; ++c) filter(c, i);
+    } else {
+        for (int i = 0; i < run; ++i) {
+            for (std::size_t c = 0; c < kChannels; ++c) {
+                place[c][i] += mix.feedback[c] * wet[c][i];
+                filter(c, i);
+                mix.feedback[c] += mixStep_.feedback[c];
+            }
+            mix.dry += mixStep_.dry;
+            mix.wet += mixStep_.wet;
+            mix.lowCut += mixStep_.lowCut;
+            mix.highCut += mixStep_.highCut;
         }
-        mix.dry += mixStep_.dry;
-        mix.wet += mixStep_.wet;
-        mix.lowCut += mixStep_.lowCut;
-        mix.highCut += mixStep_.highCut;
     }
     mix_ = mix;
     for (std::size_t c = 0; c < kChannels; ++c) filters_[first + c] = filters[c];

@@ -91,6 +91,7 @@ private:
     struct Mix {
         float dry, wet, lowCut, highCut;
         std::array<float, 2> feedback;
+        bool operator==(const Mix&) const = default;
     };
     struct Filter {
         double low = 0.0;
@@ -134,6 +135,7 @@ private:
     int segmentLeft_ = 0;
     int longestRun_ = 1;  // with feedback
     bool hasFeedback_ = false;
+    bool isSteady_ = false;  // no feedback, and the mix does not move
     bool driftRequested_ = false;
 };
 
