@@ -9,9 +9,9 @@ namespace zuc {
 
 /// Reads a curve on the audio thread, frame by frame and without waiting.
 ///
-/// Straight stretches are taken every 16 frames, at frames that are multiples of 16, and filled in
-/// linearly; stretches of 16 frames with a keyframe, and splines between keyframes less than 2048
-/// frames apart, are taken frame by frame. What is read for a frame does not depend on where a read
+/// Lines are taken every 256 frames from their keyframe on and filled in linearly. Splines are taken so
+/// every 16 frames, at frames that are multiples of 16; where there is a keyframe within the 16, or
+/// keyframes are less than 2048 frames apart, frame by frame. What is read for a frame does not depend on where a read
 /// began. While an editor has the curve, the last value goes on for 16 frames at a time.
 class ZUC_API CurveReader {
 public:

@@ -4,6 +4,8 @@
 #include <array>
 #include <limits>
 
+#include "kraaudiodsp/vector/CurveOps.h"
+
 namespace zuc {
 namespace {
 
@@ -12,16 +14,8 @@ constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 /// difference of their values (the second derivative of a monotone cubic is at most 6 / distance^2).
 constexpr std::int64_t kSparseSplineFrames = 2048;
 
-constexpr auto kWay = [] {
-    std::array<float, CurveReader::kStepFrames> way{};
-    for (std::size_t i = 0; i < way.size(); ++i) way[i] = static_cast<float>(i);
-    return way;
-}();
-
-std::int64_t NextTime(const KeyframeContainer& curve, std::int64_t time) {
-    Keyframe next;
-    return curve.GetNextKeyframe(time, next) ? next.time : kNever;
-}
+/// Lines are taken up anew so many frames apart, counted from their first keyframe.
+constexpr std::int64_t kLineFrames = 256;
 
 /// The keyframes around a frame: the last one not after it and the first one after it.
 struct Neighbours {
@@ -63,6 +57,51 @@ bool IsLevel(const Neighbours& neighbours, std::int64_t end) {
     return isFlat && neighbours.after.time >= end;
 }
 
+/// Frames from `from` to before `to` of the line between keyframes `a` and `b`.
+void FillLine(
+    const Keyframe& a, const Keyframe& b, std::int64_t from, std::int64_t to, float* out) {
+    const double slope =
+        (static_cast<double>(b.value) - a.value) / static_cast<double>(b.time - a.time);
+    while (from < to) {
+        const std::int64_t done = (from - a.time) % kLineFrames;
+        const std::int64_t count = std::min(to - from, kLineFrames - done);
+        const auto base =
+            static_cast<float>(a.value + slope * static_cast<double>(from - a.time - done));
+        dsp::vector::Line(out, base, static_cast<float>(slope), static_cast<int>(done),
+                          static_cast<std::size_t>(count));
+        out += count;
+        from += count;
+    }
+}
+
+/// Frames from `from` to before `to` of a spline, which has its next keyframe not before `to`.
+void FillSpline(const KeyframeContainer& curve,
+                const Neighbours& neighbours,
+                std::int64_t from,
+                std::int64_t to,
+                float* out) {
+    constexpr std::int64_t kStep = CurveReader::kStepFrames;
+    const std::int64_t first = neighbours.hasBefore ? neighbours.before.time : kNever;
+    const std::int64_t last = neighbours.hasAfter ? neighbours.after.time : kNever;
+    if (first != kNever && last != kNever && last - first < kSparseSplineFrames) {
+        curve.GetValues(from, to - from, out);
+        return;
+    }
+    std::array<float, CurveReader::kMaxFrames / kStep + 2> grid{};
+    std::int64_t step = from - ((from % kStep) + kStep) % kStep;
+    curve.TryGetValues(step, kStep, (to - step + kStep - 1) / kStep + 1, grid.data());
+    for (const float* ends = grid.data(); step < to; step += kStep, ++ends) {
+        const std::int64_t begin = std::max(from, step);
+        const std::int64_t count = std::min(to, step + kStep) - begin;
+        if (last <= step + kStep || (first != kNever && first > step))
+            curve.GetValues(begin, count, out);
+        else
+            dsp::vector::Line(out, ends[0], (ends[1] - ends[0]) / static_cast<float>(kStep),
+                              static_cast<int>(begin - step), static_cast<std::size_t>(count));
+        out += count;
+    }
+}
+
 }  // namespace
 
 CurveReader::Piece CurveReader::Read(const KeyframeContainer& curve,
@@ -102,33 +141,19 @@ void CurveReader::Fill(const KeyframeContainer& curve,
         curve.GetValues(start, frames, values);
         return;
     }
-    constexpr std::int64_t kStep = kStepFrames;
-    const std::int64_t end = start + frames;
-    std::int64_t from = start - ((start % kStep) + kStep) % kStep;
-    std::array<float, kMaxFrames / kStepFrames + 2> grid{};
-    curve.TryGetValues(from, kStep, (end - from + kStep - 1) / kStep + 1, grid.data());
-
     const bool isSpline = curve.CanShowSplines();
-    std::int64_t nextTime = from;  // the first keyframe after `from`, once it is looked up
-    bool isDense = false;
-    for (const float* ends = grid.data(); from < end; from += kStep, ++ends) {
-        if (nextTime <= from) {
-            nextTime = NextTime(curve, from);
-            Keyframe before;
-            isDense = isSpline && curve.GetPrevKeyframe(from + 1, before) &&
-                      nextTime - before.time < kSparseSplineFrames;
-        }
-        const std::int64_t first = std::max(from, start);
-        const std::int64_t last = std::min(from + kStep, end);
-        float* out = values + (first - start);
-        if (isDense || nextTime <= from + kStep) {
-            curve.GetValues(first, last - first, out);
-            continue;
-        }
-        const float slope = (ends[1] - ends[0]) / static_cast<float>(kStep);
-        const float* way = kWay.data() + (first - from);
-        const auto count = static_cast<std::size_t>(last - first);
-        for (std::size_t i = 0; i < count; ++i) out[i] = ends[0] + slope * way[i];
+    const std::int64_t end = start + frames;
+    for (std::int64_t from = start; from < end;) {
+        const Neighbours neighbours(curve, from);
+        const std::int64_t to = neighbours.hasAfter ? std::min(neighbours.after.time, end) : end;
+        float* out = values + (from - start);
+        if (isSpline)
+            FillSpline(curve, neighbours, from, to, out);
+        else if (neighbours.hasBefore && neighbours.hasAfter && !neighbours.before.hold)
+            FillLine(neighbours.before, neighbours.after, from, to, out);
+        else
+            std::fill_n(out, to - from, curve.GetValue(from));
+        from = to;
     }
 }
 

@@ -73,6 +73,22 @@ HWY_INLINE Vector ZeroUnlessPositive(Vector condition, Vector value) {
     return hn::IfThenElseZero(hn::Gt(condition, hn::Zero(FloatTag())), value);
 }
 
+void Line(float* out, float from, float slope, int first, std::size_t count) {
+    const FloatTag d;
+    const std::size_t lanes = hn::Lanes(d);
+    const auto base = Set(from);
+    const auto by = Set(slope);
+    const auto step = Set(static_cast<float>(lanes));
+    auto place = hn::Iota(d, static_cast<float>(first));
+    std::size_t i = 0;
+    for (; i + lanes <= count; i += lanes) {
+        hn::StoreU(hn::Add(base, hn::Mul(by, place)), d, out + i);
+        place = hn::Add(place, step);
+    }
+    for (; i < count; ++i)
+        out[i] = from + slope * (static_cast<float>(first) + static_cast<float>(i));
+}
+
 void MultiplyBy(float* out, const float* in, const float* gains, std::size_t count) {
     const FloatTag d;
     const std::size_t lanes = hn::Lanes(d);
@@ -126,12 +142,17 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace dsp::vector {
 
+HWY_EXPORT(Line);
 HWY_EXPORT(MultiplyBy);
 HWY_EXPORT(ExponentialGains);
 HWY_EXPORT(Log2);
 HWY_EXPORT(PowerGains);
 HWY_EXPORT(LogShape);
 HWY_EXPORT(SineShape);
+
+void Line(float* out, float from, float slope, int first, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(Line)(out, from, slope, first, count);
+}
 
 void MultiplyBy(float* out, const float* in, const float* gains, std::size_t count) {
     HWY_DYNAMIC_DISPATCH(MultiplyBy)(out, in, gains, count);

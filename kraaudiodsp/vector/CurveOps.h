@@ -5,6 +5,9 @@
 /// Array loops for gains that follow curves; the rules of VectorOps.h hold.
 namespace dsp::vector {
 
+/// out[i] = from + slope * (first + i); `first` and `count` together stay below 2^24.
+void Line(float* out, float from, float slope, int first, std::size_t count);
+
 /// out[i] = in[i] * gains[i]; all may be the same array.
 void MultiplyBy(float* out, const float* in, const float* gains, std::size_t count);
 

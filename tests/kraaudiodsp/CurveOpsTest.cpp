@@ -21,6 +21,11 @@ struct Row {
 };
 
 const Row kRows[] = {
+    {"Line", 0.0f, 998.0f,
+     [](float* out, const float* in, std::size_t n) {
+         Line(out, -7.25f, 0.25f, static_cast<int>(in[0]), n);
+     },
+     [](double x) { return 0.25 * x - 7.25; }, 0.0, 0.0},
     {"MultiplyBy", -1.0f, 1.0f,
      [](float* out, const float* in, std::size_t n) { MultiplyBy(out, in, in, n); },
      [](double x) { return x * x; }, 0.0, 6e-8},

@@ -13,6 +13,8 @@
 namespace zuc::components {
 namespace {
 
+/// Fades are taken up anew at multiples of so many frames.
+constexpr std::int64_t kLineFrames = 256;
 constexpr float kStraightBend = 1e-4f;  // of the logarithmic shape; 1e-5 from the line at most
 constexpr auto kDefaultBend = static_cast<float>(dsp::kDefaultFadeShapeValue);
 constexpr unsigned long kCurveType = 1;
@@ -178,12 +180,17 @@ bool FadeEnvelope::ApplyFade(
     if (fade.frames == 0 || (start >= fade.frames && end >= fade.frames)) return isLevel;
     const auto count = static_cast<std::size_t>(frames);
     if (isLevel) std::fill_n(gains, count, gains[0]);
-    const double step = fade.direction;
-    const double perFrame = 1.0 / static_cast<double>(fade.frames);
-    for (int i = 0; i < frames; ++i) {
-        const double way = (static_cast<double>(start) + step * i) * perFrame;
-        way_[static_cast<std::size_t>(i)] = static_cast<float>(std::min(std::max(way, 0.0), 1.0));
+    const double perFrame = static_cast<double>(fade.direction) / static_cast<double>(fade.frames);
+    for (std::size_t i = 0; i < count;) {
+        const std::int64_t frame = first + static_cast<std::int64_t>(i);
+        const std::int64_t done = (frame % kLineFrames + kLineFrames) % kLineFrames;
+        const auto run = std::min(count - i, static_cast<std::size_t>(kLineFrames - done));
+        const auto base = static_cast<double>(frame - done - fade.silentFrame) * perFrame;
+        dsp::vector::Line(&way_[i], static_cast<float>(base), static_cast<float>(perFrame),
+                          static_cast<int>(done), run);
+        i += run;
     }
+    for (std::size_t i = 0; i < count; ++i) way_[i] = std::min(std::max(way_[i], 0.0f), 1.0f);
     ShapeWay(fade.mirrored, way_.data(), count);
     // Rounding must not leave a trace at the ends and outside of the fade.
     const bool hasEnd = std::min(start, end) <= 0 || std::max(start, end) >= fade.frames;
