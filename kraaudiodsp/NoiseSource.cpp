@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <numbers>
 
+#include "kraaudiodsp/RealFft.h"
 #include "kraaudiodsp/vector/FirOps.h"
 
 namespace dsp {
@@ -14,6 +16,8 @@ using std::numbers::pi;
 constexpr int kSettleFrames = 12288;  // a quarter of a second at 48 kHz
 constexpr double kEarDistanceSeconds = 0.175 / 343.0;
 constexpr double kHalfLengthSeconds = 0.005;
+constexpr std::size_t kLeastPoints =
+    4096;  // of the pair's frequency responses, 0 to the sample rate
 
 /// Widths of 256 layers of equal area under exp(-x^2 / 2), the widest first.
 struct Ziggurat {
@@ -153,39 +157,37 @@ void NoiseSource::Process(const NoiseColoring& coloring, float* out, int frames)
 // ---- Two channels ----
 
 void DiffusePair::Prepare(double rateHz) {
-    constexpr std::size_t kPoints = 4096;  // of the frequency responses, 0 to the sample rate
     half_ = static_cast<std::size_t>(kHalfLengthSeconds * rateHz + 0.5);
     sumTaps_.assign(half_ + 1, 0.0f);
     differenceTaps_.assign(half_ + 1, 0.0f);
     first_.assign(2 * half_ + kPieceFrames, 0.0f);
     second_.assign(2 * half_ + kPieceFrames, 0.0f);
-    constexpr std::size_t kHalfPoints = kPoints / 2;
-    std::vector<double> cosines(kPoints);
-    std::vector<double> sums(kHalfPoints + 1);
-    std::vector<double> differences(kHalfPoints + 1);
-    for (std::size_t i = 0; i < kPoints; ++i)
-        cosines[i] = std::cos(2.0 * pi * static_cast<double>(i) / kPoints);
-    for (std::size_t m = 0; m <= kHalfPoints; ++m) {
-        const double x = 2.0 * pi * static_cast<double>(m) * rateHz / kPoints * kEarDistanceSeconds;
+    // Responses are sampled on a circle long enough for what lies beyond the filters to have faded.
+    RealFft<double> fft;
+    fft.Prepare(RealFft<double>::GoodSize(std::max(kLeastPoints, 8 * half_)));
+    const std::size_t points = fft.GetSize();
+    std::vector<std::complex<double>> sums(points / 2 + 1);
+    std::vector<std::complex<double>> differences(points / 2 + 1);
+    const double step = 2.0 * pi * rateHz / static_cast<double>(points) * kEarDistanceSeconds;
+    for (std::size_t m = 0; m <= points / 2; ++m) {
+        const double x = step * static_cast<double>(m);
         const double coherence = x > 0.0 ? std::sin(x) / x : 1.0;
-        const double weight = m == 0 || m == kHalfPoints ? 1.0 : 2.0;  // both halves of the circle
-        sums[m] = weight * std::sqrt(0.5 * (1.0 + coherence));
-        differences[m] = weight * std::sqrt(0.5 * (1.0 - coherence));
+        sums[m] = std::sqrt(0.5 * (1.0 + coherence));
+        differences[m] = std::sqrt(0.5 * (1.0 - coherence));
     }
-    for (std::size_t k = 0; k <= half_; ++k) {
-        double sum = 0.0;
-        double difference = 0.0;
-        for (std::size_t m = 0; m <= kHalfPoints; ++m) {
-            const double cosine = cosines[k * m % kPoints];
-            sum += sums[m] * cosine;
-            difference += differences[m] * cosine;
+    std::vector<double> response(points);
+    const auto takeTaps = [&](const std::vector<std::complex<double>>& spectrum,
+                              std::vector<float>& taps) {
+        fft.Inverse(spectrum.data(), response.data());
+        for (std::size_t k = 0; k <= half_; ++k) {
+            // Hann's window ends the kink that the difference has at 0 Hz.
+            const double window =
+                0.5 + 0.5 * std::cos(pi * static_cast<double>(k) / static_cast<double>(half_ + 1));
+            taps[half_ - k] = static_cast<float>(response[k] * window);
         }
-        // Hann's window ends the kink that the difference has at 0 Hz.
-        const double window =
-            0.5 + 0.5 * std::cos(pi * static_cast<double>(k) / static_cast<double>(half_ + 1));
-        sumTaps_[half_ - k] = static_cast<float>(sum * window / kPoints);
-        differenceTaps_[half_ - k] = static_cast<float>(difference * window / kPoints);
-    }
+    };
+    takeTaps(sums, sumTaps_);
+    takeTaps(differences, differenceTaps_);
 }
 
 void DiffusePair::Reset() {
