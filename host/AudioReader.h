@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/AudioMetadata.h"
+#include "host/AudioSource.h"
 #include "host/SampleConversion.h"
 
 struct sf_private_tag;  // a file of libsndfile
@@ -13,18 +13,6 @@ struct sf_private_tag;  // a file of libsndfile
 namespace zuc::host {
 
 inline constexpr int kMaxChannels = 32;
-
-/// What an audio file holds.
-struct AudioFileInfo {
-    std::string path;          // as given; "-" for the standard streams
-    int rateHz = 0;            // sample rate
-    int channels = 0;          // 1 to kMaxChannels
-    std::int64_t frames = -1;  // samples per channel; -1 when not known
-    std::string format;  // "wav", "rf64", "flac", "ogg", "opus", "mp3", "aiff", "caf", "au", "w64"
-    std::string encoding;  // "16-bit PCM", "32-bit float", "Vorbis"
-    int bits = 0;          // per sample: 8, 16, 24, 32 or 64; 0 for lossy encodings
-    bool isFloat = false;
-};
 
 struct CloseSoundFile {
     void operator()(sf_private_tag* file) const;
@@ -36,32 +24,24 @@ using SoundFilePtr = std::unique_ptr<sf_private_tag, CloseSoundFile>;
 /// Standard input, and every other source that cannot be sought in, is first stored in an unlinked
 /// file below $TMPDIR (or /tmp), because several formats cannot be read from a stream at all. Channels
 /// of Ogg files come in the order of WAV files (left, right, centre, low frequency, ...).
-class AudioReader {
+class AudioReader final : public AudioSource {
 public:
     /// Opens `path`, or standard input for "-". [host]
     ///
     /// Throws Error(kInput) for what is missing, unreadable, a folder, empty, not audio, or has more
     /// than kMaxChannels channels; Error(kOutput) when a stream cannot be stored.
     static std::unique_ptr<AudioReader> Open(const std::string& path);
-    ~AudioReader();
-    AudioReader(const AudioReader&) = delete;
-    AudioReader& operator=(const AudioReader&) = delete;
-
-    const AudioFileInfo& GetInfo() const { return info_; }          // [any]
-    const AudioMetadata& GetMetadata() const { return metadata_; }  // [any]
-    /// Whether the file ends before what its header announces. Some formats show it only when the end
-    /// has been read. What there is, is read. [worker]
-    bool IsTruncated() const { return isTruncated_; }
+    ~AudioReader() override;
 
     /// Reads the next frames into `out[channel][0 .. frames)`, full scale +-1; integers of b bits are
     /// divided by 2^(b-1), floats come as they are, also infinite and not-a-number ones. Returns how
     /// many frames there were, less than `frames` only at the end, 0 behind it. Throws Error(kInput)
     /// when the device fails. [worker]
-    int Read(float* const* out, int frames);
+    int Read(float* const* out, int frames) override;
 
     /// Makes `frame`, at most the number of frames, the next one to be read. Throws Error(kInput).
     /// [worker]
-    void Seek(std::int64_t frame);
+    void Seek(std::int64_t frame) override;
 
 private:
     AudioReader() = default;
@@ -70,9 +50,6 @@ private:
     const float* DecodeNext(int& count);
 
     SoundFilePtr file_;
-    AudioFileInfo info_;
-    AudioMetadata metadata_;
-    bool isTruncated_ = false;
     bool isRaw_ = false;                      // block_ holds the bytes of the file, else floats
     Encoding encoding_ = Encoding::kFloat32;  // of block_
     std::size_t frameBytes_ = 0;              // in block_

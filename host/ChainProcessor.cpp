@@ -7,6 +7,7 @@
 
 #include "host/AudioThread.h"
 #include "host/Faults.h"
+#include "host/OfflineSession.h"
 #include "host/Parameters.h"
 #include "host/Text.h"
 #include "host/Units.h"
@@ -105,16 +106,17 @@ ChainProcessor::ChainProcessor(const Chain& chain,
             const Effect& effect = catalogue.Find(step.effect);
             AudioFilterPtr filter =
                 CreateForFormat(effect, rateHz, channels, maximumBlockFrames, sideChannels);
-            if (filter->IsOfflineProcess())
-                throw Error(ExitCode::kUsage,
-                            effect.slug + " works on whole files and cannot stand in a chain");
             filter->SetRenderingContext(kraaudiofilterhost::RenderingContext::kOffline);
             resolved_.push_back(ApplyStep(step, effect.slug, presets, *filter));
+            if (!step.automation.empty() && WorksOffline(*filter))
+                throw Error(ExitCode::kUsage,
+                            effect.slug + " works on the whole at once and cannot be automated");
             automation_.emplace_back(step.automation, effect.slug, *filter, rateHz);
             resolved_.back().automation = automation_.back().GetResolved();
             filters_.push_back(std::move(filter));
         });
     faults.ThrowIfAny();
+    FindStretches();
     for (const AudioFilterPtr& filter : filters_)
         inputs_.resize(std::max(inputs_.size(), filter->GetNumberOfInputChannels()));
     std::fill(inputs_.begin(), inputs_.end(), silence_.data());
@@ -137,10 +139,36 @@ void ChainProcessor::SetSelection(std::int64_t beginFrame, std::int64_t frames) 
     }
 }
 
+void ChainProcessor::FindStretches() {
+    Stretch stretch;
+    for (const AudioFilterPtr& filter : filters_) {
+        if (WorksOffline(*filter)) {
+            stretches_.push_back(stretch);
+            stretch = {stretch.end + 1, stretch.end + 1};
+        } else {
+            ++stretch.end;
+        }
+    }
+    stretches_.push_back(stretch);
+    stretch_ = stretches_.front();
+}
+
+AudioFilterPtr ChainProcessor::GetOfflineEffect() const {
+    return stretch_.end < filters_.size() ? filters_[stretch_.end] : nullptr;
+}
+
+void ChainProcessor::RequireBlockwise() const {
+    for (std::size_t k = 0; k < filters_.size(); ++k)
+        if (WorksOffline(*filters_[k]))
+            throw Error(ExitCode::kUsage, resolved_[k].effect +
+                                              " works on the whole at once; there is no picture "
+                                              "of that");
+}
+
 void ChainProcessor::Resume() {
     position_ = beginFrame_;
     int delayFrames = 0;
-    for (std::size_t k = 0; k < filters_.size(); ++k) {
+    for (std::size_t k = stretch_.begin; k < stretch_.end; ++k) {
         const std::size_t inputs = filters_[k]->GetNumberOfInputChannels();
         sideChains_[k].Prepare(inputs - std::min(inputs, channelCount_), delayFrames,
                                maximumBlockFrames_);
@@ -155,7 +183,7 @@ void ChainProcessor::Resume() {
 void ChainProcessor::Process(float** audio, int frames, const float* const* side) {
     const AudioThreadScope audioThread;
     std::copy_n(audio, channelCount_, inputs_.begin());
-    for (std::size_t k = 0; k < filters_.size(); ++k) {
+    for (std::size_t k = stretch_.begin; k < stretch_.end; ++k) {
         if (side) sideChains_[k].Take(side, frames, inputs_.data() + channelCount_);
         ProcessFilter(k, audio, frames);
     }
@@ -177,18 +205,20 @@ void ChainProcessor::ProcessFilter(std::size_t index, float** audio, int frames)
 }
 
 void ChainProcessor::Suspend() {
-    for (const AudioFilterPtr& filter : filters_) filter->Suspend();
+    for (std::size_t k = stretch_.begin; k < stretch_.end; ++k) filters_[k]->Suspend();
 }
 
 std::int64_t ChainProcessor::GetLatencyFrames() const {
     std::int64_t sum = 0;
-    for (const AudioFilterPtr& filter : filters_) sum += std::max(0, filter->GetInitialDelay());
+    for (std::size_t k = stretch_.begin; k < stretch_.end; ++k)
+        sum += std::max(0, filters_[k]->GetInitialDelay());
     return sum;
 }
 
 std::int64_t ChainProcessor::GetTailFrames() const {
     std::int64_t sum = 0;
-    for (const AudioFilterPtr& filter : filters_) sum += std::max(0, filter->GetTail());
+    for (std::size_t k = stretch_.begin; k < stretch_.end; ++k)
+        sum += std::max(0, filters_[k]->GetTail());
     return std::min<std::int64_t>(sum, std::numeric_limits<int>::max());
 }
 

@@ -39,6 +39,16 @@ public:
     void Process(float** audio, int frames, const float* const* side = nullptr);
     void Suspend();  // [audio]
 
+    // Offline effects divide the chain: what stands between two of them is a stretch of effects that run block
+    // by block. Processing, latency and tail are those of the selected stretch, at first stretch 0.
+    std::size_t GetStretchCount() const { return stretches_.size(); }
+    void SelectStretch(std::size_t index) { stretch_ = stretches_.at(index); }  // [host]
+    /// The offline effect behind the selected stretch; null behind the last one.
+    AudioFilterPtr GetOfflineEffect() const;
+    /// Throws Error (kUsage) when there is an offline effect: no picture can be made of what depends on the
+    /// whole source at once. [host]
+    void RequireBlockwise() const;
+
     /// Sums over the effects. The tail of a loop that never ends is std::numeric_limits<int>::max().
     std::int64_t GetLatencyFrames() const;  // [host]
     std::int64_t GetTailFrames() const;     // [host]
@@ -52,6 +62,12 @@ public:
     int GetMaximumBlockFrames() const { return maximumBlockFrames_; }
 
 private:
+    /// Filters that run block by block one after the other.
+    struct Stretch {
+        std::size_t begin = 0;
+        std::size_t end = 0;
+    };
+    void FindStretches();
     void ProcessFilter(std::size_t index, float** audio, int frames);
 
     std::size_t channelCount_;
@@ -64,6 +80,8 @@ private:
     std::vector<float*> spanIn_;
     std::vector<float*> spanOut_;
     std::vector<AudioFilterPtr> filters_;
+    std::vector<Stretch> stretches_;
+    Stretch stretch_;
     Chain resolved_;
     std::vector<float> silence_;             // one block
     std::vector<float*> inputs_;             // main channels, then side-chain channels

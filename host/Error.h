@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -49,6 +50,12 @@ private:
     std::string message_;
     std::string allowed_;
     std::string hint_;
+};
+
+/// Thrown when somebody set what stops a job; nothing was written.
+class Interrupted : public std::exception {
+public:
+    const char* what() const noexcept override { return "interrupted"; }
 };
 
 /// The candidate most like `word` by edit distance, or empty when none is close. [any]

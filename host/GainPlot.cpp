@@ -74,6 +74,7 @@ public:
                 static_cast<std::size_t>(sideChain ? sideChain->GetInfo().channels : 0));
         };
         processor_.emplace(make(chain));
+        processor_->RequireBlockwise();
         const auto& filters = processor_->GetFilters();
         if (!filters.empty() && HasEnvelopeOnly(*filters.back())) {
             Chain envelope = chain;

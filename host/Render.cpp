@@ -7,8 +7,10 @@
 #include <optional>
 
 #include "host/Error.h"
+#include "host/OfflineSession.h"
 #include "host/PeakLimiter.h"
 #include "host/RenderSource.h"
+#include "host/SpooledAudio.h"
 #include "host/Text.h"
 #include "kracore/FlushToZero.h"
 
@@ -45,12 +47,12 @@ AudioMetadata MoveMetadata(
 /// One render from open files to a committed output.
 class Job {
 public:
-    Job(AudioReader& reader, ChainProcessor& chain, int rateHz, const RenderOptions& options)
+    Job(AudioSource& reader, ChainProcessor& chain, int rateHz, const RenderOptions& options)
         : reader_(reader),
           chain_(chain),
           rateHz_(rateHz),
           options_(options),
-          source_(reader, options.range, rateHz, chain.GetMaximumBlockFrames()),
+          fileSource_(reader, options.range, rateHz, chain.GetMaximumBlockFrames()),
           block_(chain.GetChannelCount(), chain.GetMaximumBlockFrames()) {
         if (!options.sideChain) return;
         side_.emplace(*options.sideChain, options.range, rateHz, chain.GetMaximumBlockFrames());
@@ -62,19 +64,24 @@ public:
         const kracore::utility::FlushToZeroScope flushToZero;
         const auto start = std::chrono::steady_clock::now();
         report_.input = reader_.GetInfo();
+        passCount_ = static_cast<int>(chain_.GetStretchCount());
+        if (options_.onClip == OnClip::kNormalize) ++passCount_;
+        for (std::size_t i = 0; i + 1 < chain_.GetStretchCount(); ++i) RunOfflineEffect(i);
+        chain_.SelectStretch(chain_.GetStretchCount() - 1);
         if (options_.onClip == OnClip::kNormalize) MeasureGain();
         AudioWriter writer(MakeWriterOptions(), MakeMetadata());
         RunPass([&](float* const* audio, int frames) {
             writer.Write(audio, frames);
             overs_ = writer.GetOvers().count;
         });
+        TakeCompletionText();
         report_.overs = writer.GetOvers();
         if (options_.onClip == OnClip::kError && report_.overs.count > 0) FailOnOvers();
         writer.Commit();
         report_.output = writer.GetInfo();
         report_.lostMetadata = writer.GetLostMetadata();
-        report_.framesIn = source_.GetFramesRead();
-        report_.nonFiniteSamplesIn = source_.GetNonFiniteSamples();
+        report_.framesIn = fileSource_.GetFramesRead();
+        report_.nonFiniteSamplesIn = fileSource_.GetNonFiniteSamples();
         report_.isInputTruncated = reader_.IsTruncated();
         report_.seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -82,9 +89,68 @@ public:
     }
 
 private:
+    /// Brings the audio through the effects before an offline effect and through that. What follows reads
+    /// from the effect as it works, unless it will read twice.
+    void RunOfflineEffect(std::size_t stretch) {
+        chain_.SelectStretch(stretch);
+        const AudioFilterPtr effect = chain_.GetOfflineEffect();
+        std::unique_ptr<AudioSource> input;
+        if (NeedsInput(*effect)) {
+            input = Store([this](const auto& sink) { RunPass(sink); });
+            ++pass_;
+        } else {
+            --passCount_;
+            input = std::make_unique<SilentSource>(
+                rateHz_, static_cast<int>(chain_.GetChannelCount()), source_->GetTotalFrames());
+        }
+        TakeCompletionText();
+        offline_ = nullptr;
+        if (input->GetInfo().frames > 0) {
+            const auto showProgress = [this](double) { ShowProgress(); };
+            auto output = std::make_unique<OfflineSource>(
+                effect, std::move(input), OfflineWatch{options_.interrupted, showProgress});
+            offline_ = &output->GetSession();
+            input = std::move(output);
+        }
+        stage_ = std::move(input);
+        if (options_.onClip == OnClip::kNormalize) StoreStage();
+        stageSource_.emplace(*stage_, TimeRange{}, rateHz_, chain_.GetMaximumBlockFrames());
+        source_ = &*stageSource_;
+    }
+
+    /// A generator needs to know only how long its input is.
+    bool NeedsInput(const AudioFilter& effect) const {
+        return !effect.IsGenerator() || source_->GetTotalFrames() < 0;
+    }
+
+    void StoreStage() {
+        auto stored = Store([this](const auto& sink) {
+            while (const int count =
+                       stage_->Read(block_.GetChannels(), chain_.GetMaximumBlockFrames()))
+                sink(block_.GetChannels(), count);
+        });
+        TakeCompletionText();
+        offline_ = nullptr;
+        stage_ = std::move(stored);
+    }
+
+    void TakeCompletionText() {
+        if (!offline_) return;
+        if (std::string text = offline_->GetCompletionText(); !text.empty())
+            report_.completionTexts.push_back(std::move(text));
+    }
+
+    /// What `produce(sink)` hands to its sink, as a source.
+    template <class Produce>
+    std::unique_ptr<AudioSource> Store(const Produce& produce) {
+        auto stored =
+            std::make_unique<SpooledAudio>(rateHz_, static_cast<int>(chain_.GetChannelCount()));
+        produce([&](float* const* audio, int frames) { stored->Append(audio, frames); });
+        return stored;
+    }
+
     /// The pass before the real one finds the peak, and with it the gain.
     void MeasureGain() {
-        passCount_ = 2;
         float peak = 0.0f;
         RunPass([&](float* const* audio, int frames) {
             for (std::size_t c = 0; c < chain_.GetChannelCount(); ++c)
@@ -93,11 +159,16 @@ private:
                     if (level > peak && std::isfinite(level)) peak = level;
                 }
         });
-        pass_ = 2;
+        ++pass_;
         if (peak <= kFullScale) return;
         gain_ = kFullScale / peak;
         while (gain_ * peak > kFullScale) gain_ = std::nextafter(gain_, 0.0f);
         report_.normalizeGainDb = ToDb(gain_);
+    }
+
+    /// Whether the present pass only finds the peak.
+    bool IsMeasuring() const {
+        return options_.onClip == OnClip::kNormalize && pass_ == passCount_ - 1;
     }
 
     bool LeavesSamplesAlone() const {
@@ -119,7 +190,14 @@ private:
     AudioMetadata MakeMetadata() const {
         const int fileRateHz = reader_.GetInfo().rateHz;
         const double end = options_.range.endSeconds;
-        return MoveMetadata(reader_.GetMetadata(), source_.GetBeginFrame(),
+        AudioMetadata metadata = reader_.GetMetadata();
+        const auto& filters = chain_.GetFilters();
+        if (std::any_of(filters.begin(), filters.end(),
+                        [](const AudioFilterPtr& f) { return f->CanChangeDuration(); })) {
+            metadata.cues.clear();  // nobody knows where their places are now
+            metadata.instrument.reset();
+        }
+        return MoveMetadata(std::move(metadata), fileSource_.GetBeginFrame(),
                             std::isfinite(end) ? std::llround(end * fileRateHz) : -1, fileRateHz,
                             rateHz_);
     }
@@ -129,39 +207,43 @@ private:
         switch (options_.tail.kind) {
             case Tail::Kind::kNone:
                 return 0;
-            case Tail::Kind::kSeconds:
-                return toFrames(options_.tail.seconds);
+            case Tail::Kind::kSeconds:  // once, behind everything
+                return chain_.GetOfflineEffect() ? 0 : toFrames(options_.tail.seconds);
             case Tail::Kind::kAuto:
                 break;
         }
         const std::int64_t most = toFrames(kMaximumAutoTailSeconds);
-        report_.isTailCut = chain_.GetTailFrames() > most;
+        report_.isTailCut = report_.isTailCut || chain_.GetTailFrames() > most;
         return std::min<std::int64_t>(chain_.GetTailFrames(), most);
     }
 
     /// All the input and then silence through the chain; `sink` gets the output, aligned.
     template <class Sink>
     void RunPass(const Sink& sink) {
-        source_.Rewind();
+        source_->Rewind();
         if (side_) side_->Rewind();
-        chain_.SetSelection(std::llround(static_cast<double>(source_.GetBeginFrame()) * rateHz_ /
-                                         reader_.GetInfo().rateHz),
-                            source_.GetTotalFrames());
+        chain_.SetSelection(std::llround(static_cast<double>(fileSource_.GetBeginFrame()) *
+                                         rateHz_ / reader_.GetInfo().rateHz),
+                            source_->GetTotalFrames());
         chain_.Resume();
         limiter_.reset();
         if (options_.onClip == OnClip::kLimit && pass_ == passCount_)
             limiter_ = std::make_unique<PeakLimiter>(
                 rateHz_, static_cast<int>(chain_.GetChannelCount()), kFullScale);
-        report_.latencyFrames = chain_.GetLatencyFrames();
-        report_.tailFrames = CountTailFrames();
-        const std::int64_t total = source_.GetTotalFrames();
-        framesTotal_ = total < 0 ? -1 : total + report_.tailFrames;
-        framesToDrop_ = report_.latencyFrames + (limiter_ ? limiter_->GetLatencyFrames() : 0);
+        const std::int64_t latencyFrames = chain_.GetLatencyFrames();
+        const std::int64_t tailFrames = CountTailFrames();
+        if (!IsMeasuring()) {
+            report_.latencyFrames += latencyFrames;
+            report_.tailFrames += tailFrames;
+        }
+        const std::int64_t total = source_->GetTotalFrames();
+        framesTotal_ = total < 0 ? -1 : total + tailFrames;
+        framesToDrop_ = latencyFrames + (limiter_ ? limiter_->GetLatencyFrames() : 0);
         report_.framesOut = 0;
 
         const int blockFrames = chain_.GetMaximumBlockFrames();
-        std::int64_t silence = framesToDrop_ + report_.tailFrames;
-        while (const int frames = source_.Read(block_.GetChannels(), blockFrames))
+        std::int64_t silence = framesToDrop_ + tailFrames;
+        while (const int frames = source_->Read(block_.GetChannels(), blockFrames))
             ProcessBlock(frames, sink);
         while (silence > 0) {
             const int frames = static_cast<int>(std::min<std::int64_t>(silence, blockFrames));
@@ -187,8 +269,13 @@ private:
         framesToDrop_ -= dropped;
         if (dropped < frames) sink(block_.GetChannelsFrom(dropped), frames - dropped);
         report_.framesOut += frames - dropped;
-        if (options_.progress)
-            options_.progress({report_.framesOut, framesTotal_, overs_, pass_, passCount_});
+        ShowProgress();
+    }
+
+    void ShowProgress() const {
+        if (!options_.progress) return;
+        const double workDone = offline_ ? offline_->GetProgress() : -1.0;
+        options_.progress({report_.framesOut, framesTotal_, overs_, pass_, passCount_, workDone});
     }
 
     /// The next frames of the side chain, or null when there is none.
@@ -210,11 +297,15 @@ private:
                         " dB, or use --on-clip limit or normalize");
     }
 
-    AudioReader& reader_;
+    AudioSource& reader_;
     ChainProcessor& chain_;
     int rateHz_;
     const RenderOptions& options_;
-    RenderSource source_;
+    RenderSource fileSource_;
+    std::unique_ptr<AudioSource> stage_;       // what an offline effect makes
+    const OfflineSession* offline_ = nullptr;  // that makes it; null when it is done
+    std::optional<RenderSource> stageSource_;
+    RenderSource* source_ = &fileSource_;  // of the present stretch
     AudioBlock block_;
     std::optional<RenderSource> side_;
     std::optional<AudioBlock> sideBlock_;
@@ -248,7 +339,7 @@ double RenderReport::GetSpeed() const {
                : 0.0;
 }
 
-RenderReport Render(AudioReader& reader,
+RenderReport Render(AudioSource& reader,
                     ChainProcessor& chain,
                     int chainRateHz,
                     const RenderOptions& options) {

@@ -2,14 +2,14 @@
 
 #include <atomic>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "host/AudioReader.h"
+#include "host/AudioSource.h"
 #include "host/AudioWriter.h"
 #include "host/ChainProcessor.h"
+#include "host/Error.h"
 #include "host/TimeRange.h"
 
 namespace zuc::host {
@@ -40,6 +40,8 @@ struct RenderProgress {
     std::int64_t overs = 0;
     int pass = 1;
     int passCount = 1;
+    double workDone =
+        -1.0;  // of the offline effect that feeds the pass, 0 to 1; -1 when there is none
 };
 
 struct RenderOptions {
@@ -48,10 +50,10 @@ struct RenderOptions {
     OnClip onClip = OnClip::kWarn;
     /// Feeds the side chain of the effects that have one, from the same time on and at any rate; silent
     /// behind its end. The chain must have been made for its channels.
-    AudioReader* sideChain = nullptr;
+    AudioSource* sideChain = nullptr;
     /// Path, format, samples, dither and quality; the rest follows from the source.
     AudioWriterOptions output;
-    /// Called after every block.
+    /// Called after every block, and every 20 ms while an offline effect has no output yet.
     std::function<void(const RenderProgress&)> progress;
     /// Set from outside to stop; Render then throws Interrupted.
     const std::atomic<int>* interrupted = nullptr;
@@ -70,15 +72,10 @@ struct RenderReport {
     float limiterLowestGainDb = 0.0f;
     std::int64_t nonFiniteSamplesIn = 0;
     std::vector<std::string> lostMetadata;
+    std::vector<std::string> completionTexts;  // what offline effects had to say
     bool isInputTruncated = false;
     double seconds = 0.0;     // of work
     double GetSpeed() const;  // seconds of audio per second of work
-};
-
-/// Thrown when RenderOptions::interrupted was set; nothing was written.
-class Interrupted : public std::exception {
-public:
-    const char* what() const noexcept override { return "interrupted"; }
 };
 
 /// Runs `reader` through `chain` into a new file.
@@ -86,9 +83,9 @@ public:
 /// The chain's rate may differ from the reader's; the input is resampled first. The output begins with
 /// the first frame of the range, whatever the chain's latency, and is as long as the range plus the
 /// tail. It appears whole or, after any failure, not at all. An empty chain of the same rate writes the
-/// samples bit for bit as they were. Results do not depend on the chain's block length. Throws Error or
-/// Interrupted. [worker]
-RenderReport Render(AudioReader& reader,
+/// samples bit for bit as they were. Results do not depend on the chain's block length. Before an offline
+/// effect the audio is stored in a temporary file, tail included. Throws Error or Interrupted. [worker]
+RenderReport Render(AudioSource& reader,
                     ChainProcessor& chain,
                     int chainRateHz,
                     const RenderOptions& options);

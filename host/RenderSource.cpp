@@ -25,7 +25,7 @@ void AudioBlock::Clear(int frames) {
     for (float* channel : channels_) std::fill_n(channel, frames, 0.0f);
 }
 
-RenderSource::RenderSource(AudioReader& reader,
+RenderSource::RenderSource(AudioSource& reader,
                            const TimeRange& range,
                            int toRateHz,
                            int blockFrames)

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "host/AudioReader.h"
+#include "host/AudioSource.h"
 #include "host/Resampler.h"
 #include "host/TimeRange.h"
 
@@ -32,7 +32,7 @@ private:
 class RenderSource {
 public:
     /// Throws Error (kUsage) when the range begins behind the end of the file. [host]
-    RenderSource(AudioReader& reader, const TimeRange& range, int toRateHz, int blockFrames);
+    RenderSource(AudioSource& reader, const TimeRange& range, int toRateHz, int blockFrames);
 
     /// Begins anew at the start of the range. Throws Error (kInput). [worker]
     void Rewind();
@@ -49,7 +49,7 @@ private:
     int ReadFile(float* const* out, int frames);
     void CountNonFinite(float* const* audio, int frames);
 
-    AudioReader& reader_;
+    AudioSource& reader_;
     int toRateHz_;
     int blockFrames_;
     std::int64_t beginFrame_ = 0;

@@ -139,6 +139,7 @@ void Transform(Spectrum& values) {
 }  // namespace
 
 ImpulseResponses MeasureImpulseResponses(ChainProcessor& chain, float rateHz, double seconds) {
+    chain.RequireBlockwise();
     const std::size_t channels = chain.GetChannelCount();
     const double tail = static_cast<double>(chain.GetTailFrames()) / static_cast<double>(rateHz);
     const double length =

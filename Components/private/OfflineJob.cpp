@@ -88,8 +88,11 @@ bool OfflineJob::Run::Write(const float* const* source, long frames) {
 }
 
 void OfflineJob::Run::ReportProgress(double fraction) {
-    if (progressPercent_)
-        *progressPercent_ = static_cast<float>(100.0 * std::clamp(fraction, 0.0, 1.0));
+    if (!progressPercent_) return;
+    // The contract's volatile promises no order; an atomic write is one that nobody sees half done.
+    std::atomic_ref<float>(const_cast<float&>(*progressPercent_))
+        .store(static_cast<float>(100.0 * std::clamp(fraction, 0.0, 1.0)),
+               std::memory_order_relaxed);
 }
 
 // ---- The effect's side ----

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,7 @@
 #include <limits>
 #include <random>
 
+#include "Components/Library.h"
 #include "TestEffects.h"
 #include "host/Error.h"
 
@@ -248,6 +250,96 @@ TEST_F(RenderTest, ReportsWhatAPersonShouldKnow) {
     const auto cues = AudioReader::Open(Path("out.wav"))->GetMetadata().cues;
     ASSERT_EQ(cues.size(), 1u) << "marks outside of the range are gone";
     EXPECT_EQ(cues[0].frame, 240) << "the others count from its start, at the new rate";
+}
+
+class OfflineRenderTest : public RenderTest {
+protected:
+    OfflineRenderTest() { Initialize(); }
+    ~OfflineRenderTest() override { Terminate(); }
+};
+
+TEST_F(OfflineRenderTest, MixesOfflineEffectsWithOthers) {
+    Audio impulse = Silence(2);
+    impulse[1][1000] = 0.5f;
+    WriteInput(impulse);
+    constexpr int kTail = test::kDelayTailFrames;
+    const struct {
+        const char* name;
+        std::vector<std::string> steps;
+        int frames;
+        std::vector<std::pair<int, float>> peaks;
+    } rows[] = {
+        {"alone", {"test-offline"}, kFrames, {{3799, 0.5f}}},
+        {"behind", {"test-delay", "test-offline"}, kFrames + kTail, {{3849, 0.5f}, {3799, 0.25f}}},
+        {"before", {"test-offline", "test-delay"}, kFrames + kTail, {{3799, 0.5f}, {3849, 0.25f}}},
+        {"between",
+         {"test-delay", "test-offline", "test-delay"},
+         kFrames + 2 * kTail,
+         {{3799, 0.25f}, {3849, 0.625f}, {3899, 0.25f}}},
+        {"two", {"test-offline", "test-offline"}, kFrames, {{1000, 0.5f}}},
+        {"longer",
+         {"test-offline:way=double", "test-delay"},
+         2 * kFrames + kTail,
+         {{3799, 0.5f}, {3849, 0.25f}, {kFrames + 3799, 0.5f}, {kFrames + 3849, 0.25f}}},
+    };
+    for (const auto& row : rows)
+        for (const OnClip onClip : {OnClip::kWarn, OnClip::kLimit, OnClip::kNormalize})
+            for (const int blockFrames : {64, 5000}) {
+                SCOPED_TRACE(row.name);
+                options_.onClip = onClip;
+                Chain chain;
+                for (const std::string& step : row.steps) chain.push_back(ParseStepText(step));
+                const RenderReport report = Render(chain, blockFrames);
+                Audio output = ReadOutput();
+                ASSERT_EQ(output[0].size(), static_cast<std::size_t>(row.frames));
+                EXPECT_EQ(report.framesIn, kFrames);
+                EXPECT_EQ(report.completionTexts.empty() ? "" : report.completionTexts.front(),
+                          "turned round");
+                for (const auto& [frame, value] : row.peaks) {
+                    EXPECT_EQ(output[1][static_cast<std::size_t>(frame)], value) << frame;
+                    output[1][static_cast<std::size_t>(frame)] = 0.0f;
+                }
+                EXPECT_EQ(GetPeak(output), 0.0f) << "nothing else";
+            }
+}
+
+TEST_F(OfflineRenderTest, StopsAtOnceAndTellsOfTheWork) {
+    WriteInput(Noise(2, 0.5f));
+    std::atomic<int> interrupted{0};
+    double lastWork = 0.0;
+    std::chrono::steady_clock::time_point stopped;
+    options_.interrupted = &interrupted;
+    options_.progress = [&](const RenderProgress& progress) {
+        if (progress.workDone < 0.0) return;
+        EXPECT_GE(progress.workDone, lastWork);
+        lastWork = progress.workDone;
+        if (lastWork < 0.0025 || interrupted != 0) return;
+        interrupted = 2;
+        stopped = std::chrono::steady_clock::now();
+    };
+    EXPECT_THROW(Render({ParseStepText("test-offline:analysis=60000ms")}), Interrupted);
+    EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::milliseconds(100));
+    EXPECT_THAT(ListFolder(), testing::ElementsAre("in.wav"));
+}
+
+TEST_F(OfflineRenderTest, RefusesWhatCannotBe) {
+    WriteInput(Noise(2, 0.5f));
+    try {
+        Render({ParseStepText("test-offline:way=give-up")});
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.GetCode(), ExitCode::kProcessing);
+        EXPECT_EQ(error.GetHint(), "gave up");
+    }
+    EXPECT_THAT(ListFolder(), testing::ElementsAre("in.wav"));
+    ChainStep automated = ParseStepText("test-offline");
+    automated.automation = {{"analysis", {{0.0, "1 ms"}}}};
+    EXPECT_THROW(Render({automated}), Error);
+    const ChainProcessor chain({ParseStepText("test-offline")}, catalogue_, UserPresets(), 48000.0f,
+                               2, 64);
+    EXPECT_THROW(chain.RequireBlockwise(), Error);
+    WriteInput(Silence(2, 0));
+    EXPECT_EQ(Render({ParseStepText("test-offline")}).framesOut, 0) << "nothing of nothing";
 }
 
 TEST(Tail, ReadsWordsAndTimes) {

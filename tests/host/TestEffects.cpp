@@ -1,10 +1,15 @@
 #include "TestEffects.h"
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <limits>
+#include <thread>
 #include <vector>
 
+#include "Components/AudioOfflineComponent.h"
 #include "Components/TableDriven.h"
+#include "Components/private/OfflineJob.h"
 
 namespace zuc::host::test {
 namespace {
@@ -101,6 +106,76 @@ public:
     }
 };
 
+enum OfflineParameter { kWay, kAnalysisMs, kOfflineCount };
+enum Way { kReverse, kDouble, kGiveUp };
+
+constexpr std::array kWays{EnumEntry{"$$$/Test/Reverse=Reverse"},
+                           EnumEntry{"$$$/Test/Double=Double"},
+                           EnumEntry{"$$$/Test/GiveUp=Give Up"}};
+// clang-format off
+constexpr std::array<ParameterRow, kOfflineCount> kOfflineParameters{{
+    {kWay,        "$$$/Test/Way=Way",           "",   Kind::kEnum,   0, 2,     0, true, Role::kControl, kWays},
+    {kAnalysisMs, "$$$/Test/Analysis=Analysis", "ms", Kind::kLinear, 0, 60000, 0},
+}};
+constexpr std::array kOfflinePresets{PresetRow("$$$/Test/DefaultPresetName=(Default)", 0, 0)};
+// clang-format on
+constexpr EffectTables kOfflineTables{"$$$/Test/TestOfflineTitle=Test Offline", kOfflineParameters,
+                                      kOfflinePresets};
+static_assert(IsWellFormed(kOfflineTables));
+
+class TestOffline final : public components::TableDriven<components::MultiChannelOfflineComponent> {
+public:
+    TestOffline() : TableDriven(kOfflineTables, u"test.TestOffline", 8) {
+        RegisterParameterInfos();
+    }
+    bool CanChangeDuration() const override { return Choice(kWay) != kReverse; }
+    bool WantsToHandleProgress() const override { return true; }
+    void Cancel() override { job_.Cancel(); }
+    bool OfflineProcessFinished() override { return job_.IsFinished(); }
+    void SetOfflineReader(boost::intrusive_ptr<OfflineIInterface> reader) override {
+        job_.SetReader(std::move(reader));
+    }
+    void SetOfflineWriter(boost::intrusive_ptr<OfflineOInterface> writer) override {
+        job_.SetWriter(std::move(writer));
+    }
+    void SetProgressHandler(float volatile* percent) override { job_.SetProgressHandler(percent); }
+    void GetCompletionText(components::WStr& text) const override {
+        text = Choice(kWay) == kGiveUp ? u"gave up" : u"turned round";
+    }
+    bool OfflineRun(std::int64_t start, std::int64_t end) override {
+        return job_.Start([=, this](components::OfflineJob::Run& run) {
+            const int analysisMs = Choice(kAnalysisMs);
+            for (int ms = 0; ms < analysisMs; ++ms) {
+                if (run.IsCancelled()) return false;
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                run.ReportProgress(0.5 * ms / analysisMs);
+            }
+            return Choice(kWay) != kGiveUp && Turn(run, start, end - start);
+        });
+    }
+
+private:
+    bool Turn(components::OfflineJob::Run& run, std::int64_t start, std::int64_t frames) {
+        const std::size_t channels = GetNumberOfOutputChannels();
+        std::vector<std::vector<float>> all(channels);
+        std::vector<float*> at;
+        for (auto& channel : all) {
+            channel.resize(static_cast<std::size_t>(frames));
+            at.push_back(channel.data());
+        }
+        if (!run.Read(at.data(), static_cast<long>(channels), start, frames)) return false;
+        for (auto& channel : all) std::reverse(channel.begin(), channel.end());
+        const int times = Choice(kWay) == kDouble ? 2 : 1;
+        for (int i = 0; i < times; ++i)
+            if (!run.Write(at.data(), frames)) return false;
+        return true;
+    }
+
+    void OnNumberOfChannelsChanged(std::size_t) override {}
+
+    components::OfflineJob job_;
+};
+
 template <class Effect>
 kraaudiofilterhost::AudioFilterPtr Create() {
     return new Effect;
@@ -113,6 +188,8 @@ constexpr std::array kEffects{
                    Create<TestEndless>},
     CatalogueEntry{u"test.TestSideChain", "$$$/Test/SideChainTitle=Side Chain", Category::kFilter,
                    Create<TestSideChain>},
+    CatalogueEntry{u"test.TestOffline", "$$$/Test/TestOfflineTitle=Test Offline",
+                   Category::kTimePitch, Create<TestOffline>},
 };
 
 }  // namespace

@@ -15,6 +15,8 @@ inline constexpr int kDelayTailFrames = 50;
 ///   a latency of 100 frames and a tail of 50. Has one parameter of every kind.
 ///   "endless" (class TestEndless): passes audio unchanged and reports a tail without end.
 ///   "side-chain" (class TestSideChain), stereo: gives what comes in at its side chain.
+///   "test-offline" (class TestOffline), offline: takes `analysis` ms to begin, then gives the source
+///   backwards, with way=double twice over and as a length nobody knows before, with way=give-up not at all.
 std::span<const components::CatalogueEntry> GetTestEffects();
 
 }  // namespace zuc::host::test

@@ -22,9 +22,11 @@ void WriteRaw(std::string_view text) {
 }
 
 double GetFraction(const host::RenderProgress& progress) {
-    if (progress.framesTotal <= 0) return 0.0;
-    const double ofPass =
-        static_cast<double>(progress.framesDone) / static_cast<double>(progress.framesTotal);
+    double ofPass = progress.workDone;
+    if (ofPass < 0.0 && progress.framesTotal > 0)
+        ofPass =
+            static_cast<double>(progress.framesDone) / static_cast<double>(progress.framesTotal);
+    ofPass = std::max(ofPass, 0.0);
     return std::min(1.0, (progress.pass - 1 + ofPass) / progress.passCount);
 }
 
