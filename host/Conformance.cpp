@@ -11,7 +11,9 @@
 #include "Components/Chorus.h"
 #include "Components/Echo.h"
 #include "Components/ParametricEqualizer.h"
+#include "host/ConformanceOffline.h"
 #include "host/ConformanceRig.h"
+#include "host/OfflineSession.h"
 #include "kraaudiofilterhost/PresetData.h"
 #include "kracore/Localizer.h"
 #include "kracore/PropList.h"
@@ -56,6 +58,7 @@ public:
         : effect_(effect), check_(check), options_(options) {}
 
     const ConformanceOptions& Options() const { return options_; }
+    const CatalogueEntry& Effect() const { return effect_; }
     Rig MakeRig(const Rig::Setup& setup = {}) const { return Rig(effect_, setup); }
     Rig MakeGuardedRig(const Rig::Setup& setup) const {
         return Rig(effect_, setup, options_.probe, GetAllowedCall(effect_));
@@ -486,32 +489,51 @@ void CheckRealTimeResume(Run& run) {
                fmt::format("Resume is not real-time safe: {}", rig.GetResumeFinding()));
 }
 
+// ---- Offline effects ----
+
+void Report(Run& run, const std::string& fault) { run.Expect(fault.empty(), fault); }
+
+void CheckOfflineRun(Run& run) {
+    Report(run, FindOfflineRunFault(run.Effect(), run.Options().seed));
+}
+void CheckOfflineCancel(Run& run) {
+    Report(run, FindOfflineCancelFault(run.Effect(), run.Options().seed));
+}
+void CheckOfflineFaults(Run& run) {
+    Report(run, FindOfflineWriterFault(run.Effect(), run.Options().seed));
+}
+
 // ---- The table ----
 
 struct CheckRow {
     ConformanceCheck check;
     void (*run)(Run&) = nullptr;
+    enum class For { kAll, kBlockwise, kOffline } effects = For::kAll;
     bool needsProbe = false;
 };
+using For = CheckRow::For;
 
 // clang-format off
 constexpr std::array kRows{
     CheckRow{{"sound",              "Finite sound from noise, at 1, 2, 6 and 32 channels and 8 to 192 kHz"}, CheckSound},
-    CheckRow{{"blocks",             "The same output for any block length, in place or not"}, CheckBlocks},
-    CheckRow{{"resume",             "After Resume the effect is like a fresh one with these settings"}, CheckResume},
-    CheckRow{{"latency",            "The latency is the reported one, to the frame"}, CheckLatency},
-    CheckRow{{"tail",               "Silence, below -90 dB, after the reported tail"}, CheckTail},
-    CheckRow{{"parameters-matter",  "Every parameter that shapes the sound changes the output"}, CheckParametersMatter},
+    CheckRow{{"blocks",             "The same output for any block length, in place or not"}, CheckBlocks, For::kBlockwise},
+    CheckRow{{"resume",             "After Resume the effect is like a fresh one with these settings"}, CheckResume, For::kBlockwise},
+    CheckRow{{"latency",            "The latency is the reported one, to the frame"}, CheckLatency, For::kBlockwise},
+    CheckRow{{"tail",               "Silence, below -90 dB, after the reported tail"}, CheckTail, For::kBlockwise},
+    CheckRow{{"parameters-matter",  "Every parameter that shapes the sound changes the output"}, CheckParametersMatter, For::kBlockwise},
     CheckRow{{"parameters",         "Values read back as set; bad values and indices are refused"}, CheckParameters},
     CheckRow{{"presets",            "Presets have names, set every parameter and stay in range"}, CheckPresets},
     CheckRow{{"settings",           "Saved settings and clones sound the same; damaged ones are refused"}, CheckSettings},
     CheckRow{{"layouts",            "Layout proposals are answered as the contract says"}, CheckLayouts},
     CheckRow{{"bad-samples",        "Input that is not finite counts as silence and poisons nothing"}, CheckBadSamples},
     CheckRow{{"denormals",          "No denormals come out; the caller's floating-point state is kept"}, CheckDenormals},
-    CheckRow{{"clicks",             "Moving a parameter makes no larger steps than its settings do"}, CheckClicks},
-    CheckRow{{"real-time",          "Processing allocates nothing, waits for nothing and never calls the system"}, CheckRealTime, true},
-    CheckRow{{"real-time-long-blocks", "The same for blocks of 2048 frames and more"}, CheckRealTimeLongBlocks, true},
-    CheckRow{{"real-time-resume",   "The same for Resume"}, CheckRealTimeResume, true},
+    CheckRow{{"clicks",             "Moving a parameter makes no larger steps than its settings do"}, CheckClicks, For::kBlockwise},
+    CheckRow{{"real-time",          "Processing allocates nothing, waits for nothing and never calls the system"}, CheckRealTime, For::kAll, true},
+    CheckRow{{"real-time-long-blocks", "The same for blocks of 2048 frames and more"}, CheckRealTimeLongBlocks, For::kAll, true},
+    CheckRow{{"real-time-resume",   "The same for Resume"}, CheckRealTimeResume, For::kAll, true},
+    CheckRow{{"offline-run",        "An offline run gives all its frames, finite, the same through any ring"}, CheckOfflineRun, For::kOffline},
+    CheckRow{{"offline-cancel",     "A cancelled or abandoned run ends and closes its writer"}, CheckOfflineCancel, For::kOffline},
+    CheckRow{{"offline-faults",     "A reader that fails ends the run; a writer that takes little loses nothing"}, CheckOfflineFaults, For::kOffline},
 };
 
 struct ExceptionRow {
@@ -548,6 +570,13 @@ std::string_view GetConformanceException(const CatalogueEntry& effect,
     const CheckRow* row = FindRow(check);
     if (row && row->needsProbe && !options.probe.IsActive())
         return "this program is not linked with a real-time guard";
+    if (row && row->effects != For::kAll) {
+        const auto filter = effect.create();
+        const bool isOffline = WorksOffline(*filter);
+        if (isOffline && row->effects == For::kBlockwise)
+            return "the effect works offline: its audio goes through a writer";
+        if (!isOffline && row->effects == For::kOffline) return "the effect works block by block";
+    }
     for (const ExceptionRow& exception : kExceptions)
         if (exception.effect == effect.identifier && exception.check == check)
             return exception.reason;

@@ -30,10 +30,20 @@ Effect MakeEffect(const components::CatalogueEntry& entry) {
     return effect;
 }
 
+bool IsCalled(const Effect& effect, const std::string& folded) {
+    return folded == Fold(effect.slug) || folded == Fold(effect.className) ||
+           folded == Fold(effect.title);
+}
+
 }  // namespace
 
 EffectCatalogue::EffectCatalogue(Entries entries) {
     for (const components::CatalogueEntry& entry : entries) effects_.push_back(MakeEffect(entry));
+}
+
+bool EffectCatalogue::Has(std::string_view name) const {
+    return std::any_of(effects_.begin(), effects_.end(),
+                       [folded = Fold(name)](const Effect& e) { return IsCalled(e, folded); });
 }
 
 const Effect& EffectCatalogue::Find(std::string_view name) const {
@@ -41,9 +51,7 @@ const Effect& EffectCatalogue::Find(std::string_view name) const {
     std::vector<std::string> slugs;
     std::vector<std::string> names;
     for (const Effect& effect : effects_) {
-        if (wanted == Fold(effect.slug) || wanted == Fold(effect.className) ||
-            wanted == Fold(effect.title))
-            return effect;
+        if (IsCalled(effect, wanted)) return effect;
         slugs.push_back(effect.slug);
         names.insert(names.end(), {effect.slug, effect.className, effect.title});
     }

@@ -35,6 +35,7 @@ public:
     const std::vector<Effect>& GetEffects() const { return effects_; }
     /// By slug, class name or title; case, blanks, '-' and '_' do not count. Throws Error (kUsage).
     const Effect& Find(std::string_view name) const;
+    bool Has(std::string_view name) const;
 
 private:
     std::vector<Effect> effects_;

@@ -9,6 +9,7 @@
 #include "Components/Echo.h"
 #include "Components/FadeEnvelope.h"
 #include "Components/GainEnvelope.h"
+#include "Components/Noise.h"
 #include "Components/ParametricEqualizer.h"
 #include "Components/VolumeEnvelope.h"
 
@@ -32,6 +33,7 @@ constexpr std::array kCatalogue{
     CatalogueEntry{kDelayComponentID,          "$$$/AudioComponents/DelayTitle=Delay",                    Category::kDelayReverb, Create<Delay>},
     CatalogueEntry{kEchoComponentID,           "$$$/AudioComponents/EchoTitle=Echo",                      Category::kDelayReverb, Create<Echo>},
     CatalogueEntry{kChorusComponentID,         "$$$/AudioComponents/ChorusTitle=Chorus",                  Category::kModulation,  Create<Chorus>},
+    CatalogueEntry{kNoiseComponentID,          "$$$/AudioComponents/NoiseTitle=Generate Noise",           Category::kGenerator,   Create<Noise>},
 };
 // clang-format on
 
