@@ -1,6 +1,7 @@
 #include "Components/private/remix/SegmentSearch.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -10,37 +11,67 @@ namespace zuc::components {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr std::size_t kSortedPerRow = 128;  // 3-4 are looked at on average
+constexpr std::size_t kSortedPerRow = 128;  // 3 to 4 are looked at on average
+constexpr std::size_t kRowsTogether = 8;    // a cache line of costs
+constexpr std::size_t kBlockBeats = 256;    // of a row read whole
+constexpr std::size_t kReadsPerWalk = 32;   // values read in order in the time of one found by beat
 constexpr int kLoopReach = 4;               // beats; nearer jumps count as the same loop
 
-/// The cheapest transitions of every row, by cost and then by beat.
-struct SortedRows {
+/// The cheapest transitions of every row, by cost and then by beat. They lie rank by rank for a few
+/// rows at a time, because a position goes through all rows and seldom beyond the first ranks.
+class SortedRows {
+public:
     explicit SortedRows(const TransitionMatrix& transition)
-        : kept(std::min(kSortedPerRow, transition.GetBeatCount())) {
-        const std::size_t count = transition.GetBeatCount();
-        costs.reserve(count * kept);
-        beats.reserve(count * kept);
-        std::vector<std::uint32_t> order(count);
-        for (std::size_t i = 0; i < count; ++i) {
+        : rows_(transition.GetBeatCount()), ranks_(std::min(kSortedPerRow, rows_)) {
+        const std::size_t places = (rows_ + kRowsTogether - 1) / kRowsTogether * kRowsTogether;
+        costs_.resize(places * ranks_);
+        beats_.resize(places * ranks_);
+        std::vector<std::uint32_t> order(rows_);
+        for (std::size_t i = 0; i < rows_; ++i) {
             const double* row = transition.Row(i);
             std::iota(order.begin(), order.end(), 0u);
             const auto isCheaper = [row](std::uint32_t a, std::uint32_t b) {
                 return row[a] < row[b] || (row[a] == row[b] && a < b);
             };
-            const auto end = order.begin() + static_cast<std::ptrdiff_t>(kept);
+            const auto end = order.begin() + static_cast<std::ptrdiff_t>(ranks_);
             std::nth_element(order.begin(), end - 1, order.end(), isCheaper);
             std::sort(order.begin(), end, isCheaper);
-            for (std::size_t k = 0; k < kept; ++k) {
-                costs.push_back(row[order[k]]);
-                beats.push_back(order[k]);
+            for (std::size_t k = 0; k < ranks_; ++k) {
+                costs_[Place(i, k)] = row[order[k]];
+                beats_[Place(i, k)] = order[k];
             }
         }
     }
 
-    std::size_t kept;
-    std::vector<double> costs;
-    std::vector<std::uint32_t> beats;
+    std::size_t GetRankCount() const { return ranks_; }
+    bool AreWhole() const { return ranks_ == rows_; }
+    double GetCost(std::size_t i, std::size_t rank) const { return costs_[Place(i, rank)]; }
+    std::size_t GetBeat(std::size_t i, std::size_t rank) const { return beats_[Place(i, rank)]; }
+
+private:
+    std::size_t Place(std::size_t i, std::size_t rank) const {
+        return (i / kRowsTogether * ranks_ + rank) * kRowsTogether + i % kRowsTogether;
+    }
+
+    std::size_t rows_;
+    std::size_t ranks_;
+    std::vector<double> costs_;
+    std::vector<std::uint32_t> beats_;
 };
+
+/// The least of offset + a[k] + b[k].
+double LeastSum(double offset, const double* a, const double* b, std::size_t count) {
+    std::array<double, 8> least;
+    least.fill(kInfinity);
+    for (std::size_t k = 0; k + 8 <= count; k += 8)
+        for (std::size_t lane = 0; lane < 8; ++lane) {
+            const double sum = offset + a[k + lane] + b[k + lane];
+            least[lane] = sum < least[lane] ? sum : least[lane];
+        }
+    for (std::size_t k = count / 8 * 8; k < count; ++k)
+        least[0] = std::min(least[0], offset + a[k] + b[k]);
+    return *std::min_element(least.begin(), least.end());
+}
 
 struct Choice {
     double cost = kInfinity;
@@ -52,55 +83,110 @@ struct Choice {
     }
 };
 
-/// What the candidates of one position share.
-struct Position {
-    const std::vector<double>& costToGo;   // C[.][t+1]
-    const std::vector<double>& penalties;  // of each candidate
-    bool hasPenalties = false;
-    double leastToGo = kInfinity;
+/// What is the same at every position.
+struct Transitions {
+    explicit Transitions(const TransitionMatrix& transition) : matrix(transition), sorted(matrix) {
+        const std::size_t count = matrix.GetBeatCount();
+        for (std::size_t i = 0; i < count; ++i)
+            natural.push_back(matrix.Row(i)[i + 1 < count ? i + 1 : 0]);
+    }
+    const TransitionMatrix& matrix;
+    const SortedRows sorted;
+    std::vector<double> natural;  // costs of playing on
 };
 
-/// All candidates of one row, one after the other.
-Choice ScanRow(const double* row, double placed, std::size_t natural, const Position& at) {
-    Choice best{placed + row[natural] + at.costToGo[natural] + at.penalties[natural], natural};
-    for (std::size_t j = 0; j < at.costToGo.size(); ++j) {
-        double cost = placed + row[j] + at.costToGo[j];
-        if (cost < best.cost) cost += at.penalties[j];
-        best.Offer(cost, j);
-    }
-    return best;
-}
+/// The choices at one position.
+class Position {
+public:
+    Position(const Transitions& transitions,
+             const std::vector<double>& costToGo,
+             const std::vector<double>& penalties,
+             bool isPunishing)
+        : transitions_(transitions),
+          costToGo_(costToGo),
+          penalties_(penalties),
+          isPunishing_(isPunishing),
+          leastToGo_(*std::min_element(costToGo.begin(), costToGo.end())) {}
 
-/// The same choice from the sorted candidates; falls back on all of them when those run out.
-Choice ChooseSuccessor(const TransitionMatrix& transition,
-                       const SortedRows& sorted,
-                       std::size_t i,
-                       double placed,
-                       const Position& at) {
-    const double* row = transition.Row(i);
-    const std::size_t count = transition.GetBeatCount();
-    const std::size_t natural = i + 1 < count ? i + 1 : 0;
-    if (placed == kInfinity || at.leastToGo == kInfinity) return {kInfinity, 0};
-    const double naturalCost = placed + row[natural] + at.costToGo[natural] + at.penalties[natural];
-    Choice best{naturalCost, natural};
-    const double* costs = sorted.costs.data() + i * sorted.kept;
-    const std::uint32_t* beats = sorted.beats.data() + i * sorted.kept;
-    bool isDecided = sorted.kept == count;
-    for (std::size_t k = 0; k < sorted.kept; ++k) {
-        if (costs[k] == kInfinity || placed + costs[k] + at.leastToGo > best.cost) {
-            isDecided = true;
-            break;
+    /// The cheapest successor of beat i, which costs `placed` itself.
+    Choice ChooseSuccessor(std::size_t i, double placed) {
+        if (placed == kInfinity || leastToGo_ == kInfinity) return {kInfinity, 0};
+        const std::size_t next = i + 1 < costToGo_.size() ? i + 1 : 0;
+        const double cost = placed + transitions_.natural[i] + costToGo_[next] + penalties_[next];
+        Walk walk{placed, {cost, next}, {cost, next}};
+        const SortedRows& sorted = transitions_.sorted;
+        bool isDecided = sorted.AreWhole();
+        for (std::size_t k = 0; k < sorted.GetRankCount(); ++k) {
+            const double transition = sorted.GetCost(i, k);
+            if (transition == kInfinity || placed + transition + leastToGo_ > walk.best.cost) {
+                isDecided = true;
+                break;
+            }
+            Offer(walk, transition, sorted.GetBeat(i, k));
         }
-        const std::size_t j = beats[k];
-        const double bare = placed + costs[k] + at.costToGo[j];
+        if (!isDecided) OfferRest(walk, i);
+        return walk.best.cost == kInfinity ? Choice{kInfinity, 0} : walk.best;
+    }
+
+private:
+    struct Walk {
+        double placed;
+        Choice natural;
+        Choice best;
+    };
+
+    void Offer(Walk& walk, double transition, std::size_t j) const {
+        const double bare = walk.placed + transition + costToGo_[j];
+        if (bare > walk.best.cost) return;
         // Deliberate: the penalty is only added below the best so far, so a lower beat whose bare cost
         // equals what playing on costs with its penalty goes without its own.
-        const bool isUnpunished = at.hasPenalties && bare == naturalCost && j < natural;
-        best.Offer(isUnpunished ? bare : bare + at.penalties[j], j);
+        const bool isUnpunished =
+            isPunishing_ && bare == walk.natural.cost && j < walk.natural.beat;
+        walk.best.Offer(isUnpunished ? bare : bare + penalties_[j], j);
     }
-    if (!isDecided) best = ScanRow(row, placed, natural, at);
-    return best.cost == kInfinity ? Choice{kInfinity, 0} : best;
-}
+
+    /// Where a row's sorted transitions run out, all others cost at least as much as the last of them,
+    /// and the beats with the least cost to go decide.
+    void OfferRest(Walk& walk, std::size_t i) {
+        if (byCostToGo_.empty()) {
+            byCostToGo_.resize(costToGo_.size());
+            std::iota(byCostToGo_.begin(), byCostToGo_.end(), 0u);
+            std::sort(byCostToGo_.begin(), byCostToGo_.end(),
+                      [this](auto a, auto b) { return costToGo_[a] < costToGo_[b]; });
+        }
+        const double* row = transitions_.matrix.Row(i);
+        const SortedRows& sorted = transitions_.sorted;
+        const double least = walk.placed + sorted.GetCost(i, sorted.GetRankCount() - 1);
+        const auto isTooDear = [&](std::uint32_t j) {
+            return costToGo_[j] == kInfinity || least + costToGo_[j] > walk.best.cost;
+        };
+        const std::size_t few = byCostToGo_.size() / kReadsPerWalk;
+        if (!isTooDear(byCostToGo_[few])) return ReadRow(walk, row);
+        for (const std::uint32_t j : byCostToGo_) {
+            if (isTooDear(j)) return;
+            Offer(walk, row[j], j);
+        }
+    }
+
+    /// Offers the whole row, but for blocks in which even without penalty nothing could win.
+    void ReadRow(Walk& walk, const double* row) const {
+        for (std::size_t from = 0; from < costToGo_.size(); from += kBlockBeats) {
+            const std::size_t to = std::min(costToGo_.size(), from + kBlockBeats);
+            const double least =
+                LeastSum(walk.placed, row + from, costToGo_.data() + from, to - from);
+            const bool isTooLate = least == walk.best.cost && from > walk.best.beat;
+            if (least > walk.best.cost || isTooLate) continue;
+            for (std::size_t j = from; j < to; ++j) Offer(walk, row[j], j);
+        }
+    }
+
+    const Transitions& transitions_;
+    const std::vector<double>& costToGo_;   // C[.][t+1]
+    const std::vector<double>& penalties_;  // of each candidate
+    bool isPunishing_;
+    double leastToGo_;
+    std::vector<std::uint32_t> byCostToGo_;  // empty until needed
+};
 
 /// Successors of all beats at all positions, and for each the next position where its tail jumps.
 template <typename Index>
@@ -169,9 +255,9 @@ BeatPath Search(const TransitionMatrix& transition,
                 const PlacementMatrix& placement,
                 bool avoidLoops,
                 const ProgressCallback& progress) {
-    const std::size_t beats = transition.GetBeatCount();
+    const std::size_t beats = placement.GetBeatCount();
     const std::size_t positions = placement.GetPositionCount();
-    const SortedRows sorted(transition);
+    const Transitions transitions(transition);
     Successors<Index> successors(beats, positions, avoidLoops);
     std::vector<double> costToGo = placement.GetColumn(positions - 1);
     std::vector<double> costHere(beats);
@@ -183,11 +269,10 @@ BeatPath Search(const TransitionMatrix& transition,
         if (avoidLoops)
             for (std::size_t j = 0; j < beats; ++j)
                 penalties[j] = costToGo[j] < kInfinity ? successors.GetLoopPenalty(j, t) : 0.0;
-        const Position at{costToGo, penalties, avoidLoops,
-                          *std::min_element(costToGo.begin(), costToGo.end())};
+        Position position(transitions, costToGo, penalties, avoidLoops);
         const std::vector<double> placed = placement.GetColumn(t);
         for (std::size_t i = 0; i < beats; ++i) {
-            const Choice choice = ChooseSuccessor(transition, sorted, i, placed[i], at);
+            const Choice choice = position.ChooseSuccessor(i, placed[i]);
             costHere[i] = choice.cost;
             successors.Set(t, i, choice.beat);
         }

@@ -135,18 +135,22 @@ TEST(SegmentSearch, EqualsTheLiteralRecursionOnRandomInstances) {
 }
 
 TEST(SegmentSearch, LongPlateausOfEqualCostsEqualTheLiteralRecursion) {
-    // More equal transitions than are sorted beforehand: rows have to be read whole.
-    constexpr int kBeats = 300;
-    TransitionMatrix transition(kBeats);
-    PlacementMatrix placement(kBeats, 12);
-    for (int i = 0; i < kBeats; ++i) {
-        for (int j = 0; j < kBeats; ++j) transition.Row(i)[j] = (i + j) % 290 < 280 ? 1 : 2;
-        if (i % 3 != 0) placement.Add(i, 11, kInfinity);
-        if (i < 200) placement.Add(i, 6, 0.5);
+    // More equal transitions than are sorted beforehand. With few beats allowed at the end those are
+    // gone through, with many the rows are read whole.
+    constexpr int kBeats = 700;
+    for (const int endStep : {3, 90}) {
+        TransitionMatrix transition(kBeats);
+        PlacementMatrix placement(kBeats, 10);
+        for (int i = 0; i < kBeats; ++i) {
+            for (int j = 0; j < kBeats; ++j) transition.Row(i)[j] = (i + 3 * j) % 290 < 280 ? 1 : 2;
+            if (i % endStep != 1) placement.Add(i, 9, kInfinity);
+            if (i < 400) placement.Add(i, 6, 0.5);
+        }
+        for (const bool avoidLoops : {false, true})
+            EXPECT_EQ(FindCheapestPath(transition, placement, avoidLoops, nullptr).beats,
+                      LiteralSearch(transition, placement, avoidLoops).path.beats)
+                << endStep;
     }
-    for (const bool avoidLoops : {false, true})
-        EXPECT_EQ(FindCheapestPath(transition, placement, avoidLoops, nullptr).beats,
-                  LiteralSearch(transition, placement, avoidLoops).path.beats);
 }
 
 TEST(SegmentSearch, AsksBeforeEveryPositionAndStopsWhenTold) {
