@@ -65,7 +65,8 @@ def main(build, *only):
         wanted &= {str(pathlib.Path(name).resolve()) for name in only}
     database = json.loads((pathlib.Path(build) / "compile_commands.json").read_text())
     entries = {entry["file"]: entry for entry in database if entry["file"] in wanted}
-    checks = b"\0".join((ROOT / name).read_bytes() for name in (".clang-tidy", "scripts/check_tidy.py"))
+    checks = b"\0".join((ROOT / name).read_bytes()
+                        for name in (".clang-tidy", "tests/.clang-tidy", "scripts/check_tidy.py"))
     CACHE.mkdir(parents=True, exist_ok=True)
     failed, shown = 0, set()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:

@@ -155,7 +155,7 @@ TEST(Chorus, KeepsThePowerForAnyNumberOfVoices) {
 }
 
 TEST(Chorus, SoundsTheSameWithoutThePoolInAnyBlocks) {
-    const Signal noise = MakeNoise(2, 4 * 48000);
+    const Signal noise = MakeNoise(2, 192000);
     const auto render = [&](std::size_t block, bool waits) {
         Player player;
         player.Set(Chorus::kDrift, 100);
