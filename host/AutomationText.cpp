@@ -62,7 +62,8 @@ ChainStep& FindStep(Chain& chain, const EffectCatalogue& catalogue, std::string_
     std::vector<std::string> present;
     for (ChainStep& step : chain) {
         present.push_back(step.effect);
-        if (catalogue.Find(step.effect).slug == slug) meant.push_back(&step);
+        if (step.placeholder.empty() && catalogue.Find(step.effect).slug == slug)
+            meant.push_back(&step);
     }
     if (meant.empty())
         throw Error(ExitCode::kUsage, "the chain has no " + slug + " to automate", Join(present),

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <system_error>
 
+#include "host/EffectCatalogue.h"
 #include "host/JsonReader.h"
 #include "host/TemporaryFile.h"
 #include "host/Text.h"
@@ -105,7 +106,8 @@ ChainStep StepFromJson(const JsonValue& value) {
     return step;
 }
 
-Json StepToJson(const ChainStep& step) {
+std::string FormatStepJson(const ChainStep& step) {
+    if (!step.placeholder.empty()) return step.placeholder;
     Json json = {{"effect", step.effect}};
     if (!step.preset.empty()) json["preset"] = step.preset;
     Json settings = Json::object();
@@ -121,7 +123,12 @@ Json StepToJson(const ChainStep& step) {
             if (point.hold) row["hold"] = true;
             json["automation"][curve.parameter].push_back(std::move(row));
         }
-    return json;
+    std::string text;
+    for (const char c : json.dump(2, ' ', false, Json::error_handler_t::replace)) {
+        text += c;
+        if (c == '\n') text += "    ";
+    }
+    return text;
 }
 
 std::string SystemMessage(int error) { return std::system_category().message(error); }
@@ -156,23 +163,32 @@ std::string FormatStepText(const ChainStep& step) {
     return step.effect + (parts.empty() ? "" : ":") + Join(parts, ",");
 }
 
-Chain ParseChainJson(std::string_view json, std::string_view source) {
+Chain ParseChainJson(std::string_view json,
+                     std::string_view source,
+                     const EffectCatalogue* catalogue) {
     const Json parsed = ParseJson(json, source);
     const JsonValue root(parsed, std::string(source) + ":");
     root.RequireKeys({"schema", "effects"});
     const std::string schema = root.Require("schema").GetText();
     if (schema != kSchema)
         root.Refuse("unknown schema '" + schema + "'", "\"" + std::string(kSchema) + "\"");
+    const std::vector<std::string> texts = GetElementTexts(json, "effects");
     Chain chain;
-    for (const JsonValue& step : root.Require("effects").GetElements())
-        chain.push_back(StepFromJson(step));
+    for (const JsonValue& step : root.Require("effects").GetElements()) {
+        const std::string effect = step.Require("effect").GetText();
+        if (catalogue && !catalogue->Has(effect))
+            chain.push_back({effect, {}, {}, {}, texts.at(chain.size())});
+        else
+            chain.push_back(StepFromJson(step));
+    }
     return chain;
 }
 
 std::string FormatChainJson(const Chain& chain) {
-    Json json = {{"schema", kSchema}, {"effects", Json::array()}};
-    for (const ChainStep& step : chain) json["effects"].push_back(StepToJson(step));
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    std::vector<std::string> steps;
+    for (const ChainStep& step : chain) steps.push_back("\n    " + FormatStepJson(step));
+    return "{\n  \"schema\": \"" + std::string(kSchema) + "\",\n  \"effects\": [" +
+           Join(steps, ",") + (steps.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }
 
 std::string ReadTextFile(const std::string& path) {
@@ -191,7 +207,9 @@ std::string ReadTextFile(const std::string& path) {
     return text;
 }
 
-Chain ReadChainFile(const std::string& path) { return ParseChainJson(ReadTextFile(path), path); }
+Chain ReadChainFile(const std::string& path, const EffectCatalogue* catalogue) {
+    return ParseChainJson(ReadTextFile(path), path, catalogue);
+}
 
 void WriteChainFile(const std::string& path, const Chain& chain) {
     WriteFileAtomically(path, FormatChainJson(chain));

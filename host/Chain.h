@@ -6,6 +6,8 @@
 
 namespace zuc::host {
 
+class EffectCatalogue;
+
 /// A parameter and what it is set to, as a person wrote them ("gain.1", "-6 dB").
 struct Setting {
     std::string name;
@@ -35,6 +37,9 @@ struct ChainStep {
     std::string preset;
     std::vector<Setting> settings;
     std::vector<CurveText> automation = {};
+    /// Of a step in a chain file whose effect is not known here: the step as it stands there, byte for byte.
+    /// It passes the audio and is saved like that again.
+    std::string placeholder = {};
     bool operator==(const ChainStep&) const = default;
 };
 
@@ -61,15 +66,18 @@ std::string FormatStepText(const ChainStep& step);
 ///     }
 ///
 /// Values may also be plain numbers, in the parameter's own unit, and booleans. Anything else is
-/// refused with its place: Error (kUsage) that begins with `source`. [any]
-Chain ParseChainJson(std::string_view json, std::string_view source);
-/// The reverse of ParseChainJson, with one line per setting. [any]
+/// refused with its place: Error (kUsage) that begins with `source`. With a catalogue, a step whose effect
+/// that does not know may hold anything and becomes a placeholder. [any]
+Chain ParseChainJson(std::string_view json,
+                     std::string_view source,
+                     const EffectCatalogue* catalogue = nullptr);
+/// The reverse of ParseChainJson, with one line per setting; placeholders as they were. [any]
 std::string FormatChainJson(const Chain& chain);
 
 /// A text file of at most 4 MB. Throws Error (kInput). [any]
 std::string ReadTextFile(const std::string& path);
 /// Reads and writes such a file. Throws Error (kInput, kOutput, or as ParseChainJson). [any]
-Chain ReadChainFile(const std::string& path);
+Chain ReadChainFile(const std::string& path, const EffectCatalogue* catalogue = nullptr);
 void WriteChainFile(const std::string& path, const Chain& chain);
 
 }  // namespace zuc::host

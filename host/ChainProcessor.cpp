@@ -5,6 +5,7 @@
 
 #include <fmt/core.h>
 
+#include "Components/AudioComponentZombie.h"
 #include "host/AudioThread.h"
 #include "host/Faults.h"
 #include "host/OfflineSession.h"
@@ -103,6 +104,10 @@ ChainProcessor::ChainProcessor(const Chain& chain,
     Faults faults;
     for (const ChainStep& step : chain)
         faults.Try([&] {
+            if (!step.placeholder.empty()) {
+                AddPlaceholder(step);
+                return;
+            }
             const Effect& effect = catalogue.Find(step.effect);
             AudioFilterPtr filter =
                 CreateForFormat(effect, rateHz, channels, maximumBlockFrames, sideChannels);
@@ -128,6 +133,14 @@ ChainProcessor::ChainProcessor(const Chain& chain,
     if (std::none_of(filters_.begin(), filters_.end(), takesSideChain))
         throw Error(ExitCode::kUsage, "no effect of the chain has a side chain", "",
                     "'zuc describe EFFECT' says which have one");
+}
+
+/// An effect that is not known here: it has no buses, so that the audio stays where it is.
+void ChainProcessor::AddPlaceholder(const ChainStep& step) {
+    const auto name = kracore::utility::FromUtf8(step.effect);
+    filters_.push_back(new components::AudioComponentZombie(name, name, 0, false));
+    automation_.emplace_back(std::vector<CurveText>{}, step.effect, *filters_.back(), rateHz_);
+    resolved_.push_back(step);
 }
 
 void ChainProcessor::SetSelection(std::int64_t beginFrame, std::int64_t frames) {

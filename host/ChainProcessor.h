@@ -67,6 +67,7 @@ private:
         std::size_t begin = 0;
         std::size_t end = 0;
     };
+    void AddPlaceholder(const ChainStep& step);
     void FindStretches();
     void ProcessFilter(std::size_t index, float** audio, int frames);
 

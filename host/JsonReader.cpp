@@ -57,6 +57,54 @@ Json ParseJson(std::string_view text, std::string_view source, int maximumDepth)
     throw Error(ExitCode::kUsage, std::string(source) + ": " + fault);
 }
 
+namespace {
+
+/// Behind the value of JSON that begins at `begin`: a list or an object with all it holds, a text, or a word.
+std::size_t FindValueEnd(std::string_view json, std::size_t begin) {
+    int depth = 0;
+    bool isText = false;
+    for (std::size_t i = begin; i < json.size(); ++i) {
+        const char c = json[i];
+        if (isText) {
+            if (c == '\\')
+                ++i;
+            else
+                isText = c != '"';
+        } else if (c == '"') {
+            isText = true;
+        } else if (c == '[' || c == '{') {
+            ++depth;
+        } else if (c == ']' || c == '}' || c == ',' || c == ':') {
+            if (depth == 0) return i;
+            if (c == ']' || c == '}') --depth;
+        }
+    }
+    return json.size();
+}
+
+}  // namespace
+
+std::vector<std::string> GetElementTexts(std::string_view json, std::string_view key) {
+    std::vector<std::string> elements;
+    std::size_t i = json.find('{') + 1;
+    while (i < json.size() && json[i] != '}') {
+        const std::size_t colon = FindValueEnd(json, i);
+        const std::string_view name = Trim(json.substr(i, colon - i));
+        std::size_t end = FindValueEnd(json, colon + 1);
+        if (Json::parse(name).get<std::string>() == key) {
+            const std::string_view list = Trim(json.substr(colon + 1, end - colon - 1));
+            for (std::size_t k = 1; k < list.size(); k = end + 1) {
+                end = FindValueEnd(list, k);
+                if (const auto element = Trim(list.substr(k, end - k)); !element.empty())
+                    elements.emplace_back(element);
+            }
+            return elements;
+        }
+        i = end + 1;
+    }
+    return elements;
+}
+
 void JsonValue::Refuse(const std::string& what, const std::string& allowed) const {
     throw Error(ExitCode::kUsage, place_ + ": " + what, allowed);
 }

@@ -16,6 +16,10 @@ using Json = nlohmann::ordered_json;
 /// JSON throw Error (kUsage) with line and column, beginning with `source`. [any]
 Json ParseJson(std::string_view text, std::string_view source, int maximumDepth = 16);
 
+/// The text of each element of the list under `key` of an object, byte for byte. `json` must be such an
+/// object and have been parsed without fault. [any]
+std::vector<std::string> GetElementTexts(std::string_view json, std::string_view key);
+
 /// One value of a parsed text together with its place ("chain.json: effects[1].settings"), so that
 /// faults say where they are. Every operation throws Error (kUsage) when the value is not like that.
 class JsonValue {

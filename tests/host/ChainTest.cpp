@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "TestEffects.h"
+#include "host/Automation.h"
 #include "host/ChainProcessor.h"
 #include "host/Faults.h"
 #include "host/Parameters.h"
@@ -95,6 +96,48 @@ TEST(Chain, JsonFaultsAreNamedWithTheirPlace) {
             EXPECT_EQ(error.GetHint(), row.hint) << row.json;
         }
     }
+}
+
+TEST(Chain, UnknownEffectsSurviveByteForByte) {
+    const std::string json = R"({
+  "schema": "zuc.chain/1",
+  "effects": [
+    {
+      "effect": "amplify",
+      "settings": {
+        "link-sliders": "off"
+      }
+    },
+    {"effect": "of-tomorrow",   "version": 3.00,
+       "curve": [[0, 1.5e0], null, "a \\\"]},{ \u00e9"], "on" : true},
+    {"settings": {}, "effect": "other"}
+  ]
+}
+)";
+    const EffectCatalogue catalogue;
+    const UserPresets presets;
+    const Chain chain = ParseChainJson(json, "f", &catalogue);
+    ASSERT_EQ(chain.size(), 3u);
+    EXPECT_EQ(FormatChainJson(chain), json);
+    for (const std::size_t channels : {1u, 2u, 6u}) {
+        ChainProcessor processor(chain, catalogue, presets, 48000.0f, channels, 64);
+        EXPECT_EQ(FormatChainJson(processor.GetResolvedChain()), json);
+        std::vector<float> ones(64, 1.0f);
+        std::vector<std::vector<float>> audio(channels, ones);
+        std::vector<float*> at;
+        for (auto& channel : audio) at.push_back(channel.data());
+        processor.Resume();
+        processor.Process(at.data(), 64);
+        for (const auto& channel : audio) EXPECT_NEAR(channel[63], 1.0f, 1e-6f);
+    }
+    // Any layout of the rest of the file; what a person types must exist all the same.
+    EXPECT_EQ(ParseChainJson(R"({"effects":[ {"effect":"x"} ],"\u0073chema":"zuc.chain/1"})", "f",
+                             &catalogue),
+              (Chain{{"x", "", {}, {}, R"({"effect":"x"})"}}));
+    EXPECT_THROW(ChainProcessor({{"x", "", {}}}, catalogue, presets, 48000.0f, 2, 64), Error);
+    Chain automated = chain;
+    EXPECT_THROW(AddAutomation(automated, catalogue, "of-tomorrow.curve:0=1"), Error);
+    EXPECT_NO_THROW(AddAutomation(automated, catalogue, "amplify.gain.1:0=-6dB,1=0dB"));
 }
 
 class ChainProcessorTest : public testing::Test {
