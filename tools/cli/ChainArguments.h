@@ -9,8 +9,13 @@
 
 namespace zuc::cli {
 
-/// The chain that a command line describes: the chain file, then the effects, then the automation of
-/// both. What is wrong goes into `faults`.
-host::Chain MakeChain(const ChainArguments& arguments, host::Faults& faults);
+/// The chain that a command line describes: `chain` as it is, the chain file, then the effects, then the
+/// automation of all. What is wrong goes into `faults`.
+host::Chain MakeChain(const ChainArguments& arguments,
+                      host::Faults& faults,
+                      host::Chain chain = {});
+
+/// Warns of effects of chain files that are not known here.
+void WarnOfPlaceholders(const host::Chain& chain);
 
 }  // namespace zuc::cli

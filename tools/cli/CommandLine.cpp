@@ -30,6 +30,7 @@ constexpr const char* kExamples =
     "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
     "  zuc process in.wav out.flac -e 'amplify:preset=+3dB Boost' --on-clip limit\n"
     "  cat in.wav | zuc process - - -e amplify:gain=3dB | aplay\n"
+    "  zuc generate noise pink.wav --duration 10s   make sound from nothing\n"
     "  zuc demo                                     hear what it does\n"
     "\n"
     "'zuc COMMAND --help' tells more about a command.";
@@ -61,6 +62,16 @@ constexpr const char* kProcessExamples =
     "or\n"
     "not at all. Exit codes: 0 done, 1 processing, 2 usage, 3 input, 4 output, 6 clipped,\n"
     "130 and 143 interrupted.";
+
+constexpr const char* kGenerateExamples =
+    "'zuc describe GENERATOR' shows its settings and presets.\n"
+    "\n"
+    "Examples:\n"
+    "  zuc generate noise pink.wav --duration 10s\n"
+    "  zuc generate noise hiss.flac 'preset=Hiss 4k-20k' seed=7 --bits 24 --channels 1\n"
+    "  zuc generate noise room.wav color=brown level=-30dB -e 'echo:preset=Spooky' --rate 44.1k\n"
+    "  zuc generate noise - --format wav --bits 16 --duration 1:30 | aplay\n"
+    "The same seed from 1 up gives the same file each time.";
 
 constexpr const char* kReplayExamples =
     "SCRIPT.json: {\"effect\": \"Amplify\", \"rate\": 48000, \"channels\": 2, \"events\": [\n"
@@ -102,11 +113,13 @@ public:
         AddList();
         AddDescribe();
         AddProcess();
+        AddGenerate();
         AddReplay();
         AddPreset();
         AddBeats();
         AddPlot();
         AddDoctor();
+        AddConsole();
         AddDemo();
     }
 
@@ -126,6 +139,8 @@ public:
         CheckArguments(*chosen);
         return chosen->makeRequest();
     }
+
+    const std::vector<std::string>& GetDeveloperSettings() const { return developerSettings_; }
 
 private:
     Request ExplainMissingCommand() {
@@ -191,12 +206,35 @@ private:
         ProcessOptions& o = process_;
         CLI::App& app = *command.app;
         app.add_option("IN", o.input, "Audio file to read; - is standard input");
-        app.add_option("OUT", o.output, "Audio file to write; - is standard output");
-        AddChain(app, o.chain);
-        app.add_option("--save-chain", o.saveChainFile, "Save the chain to a file");
+        app.add_option("OUT", o.render.output, "Audio file to write; - is standard output");
+        AddChain(app, o.render.chain);
         app.add_option("--sidechain", o.sideChain,
                        "Audio file that drives the side chain of the effects");
         app.add_option("--range", o.range, "Part of the input: BEGIN..END, in seconds or mm:ss");
+        AddOutput(app, o.render);
+        AddDeveloperSettings(app);
+        app.footer(kProcessExamples);
+        command.required = {{"IN", &o.input}, {"OUT", &o.render.output}};
+    }
+
+    void AddGenerate() {
+        Command& command = AddCommand(app_, "generate", "Make sound: noise", generate_);
+        GenerateOptions& o = generate_;
+        CLI::App& app = *command.app;
+        app.add_option("GENERATOR", o.generator, "Its name, as 'zuc list' shows it");
+        app.add_option("OUT", o.render.output, "Audio file to write; - is standard output");
+        app.add_option("SETTING", o.settings, "NAME=VALUE of the generator, also preset=NAME");
+        app.add_option("--duration", o.duration, "Length, in seconds or mm:ss (10s)");
+        app.add_option("--channels", o.channels, "Channels, 1 to 32 (2)");
+        AddChain(app, o.render.chain);
+        AddOutput(app, o.render);
+        AddDeveloperSettings(app);
+        app.footer(kGenerateExamples);
+        command.required = {{"GENERATOR", &o.generator}, {"OUT", &o.render.output}};
+    }
+
+    static void AddOutput(CLI::App& app, RenderArguments& o) {
+        app.add_option("--save-chain", o.saveChainFile, "Save the chain to a file");
         app.add_option("--tail", o.tail,
                        "Output behind the end of the input: auto, none or seconds");
         app.add_option("--bits", o.bits, "Depth of the output: 16, 24, 32 or float");
@@ -209,8 +247,13 @@ private:
         app.add_flag("-y,--yes", o.overwrite, "Replace an existing output");
         app.add_flag("-n,--no-overwrite", o.keepExisting, "Never replace an existing output");
         AddTalk(app, o.talk);
-        app.footer(kProcessExamples);
-        command.required = {{"IN", &o.input}, {"OUT", &o.output}};
+    }
+
+    /// For every command that runs effects.
+    void AddDeveloperSettings(CLI::App& app) {
+        app.add_option("--set", developerSettings_,
+                       "Developer setting NAME=VALUE, see 'zuc console --list'; repeat for more")
+            ->allow_extra_args(false);
     }
 
     static void AddChain(CLI::App& app, ChainArguments& chain) {
@@ -239,6 +282,7 @@ private:
         command.app->add_option("--side", o.sideChain, "Audio file that feeds the side chain");
         command.app->add_option("--log", o.log,
                                 "Where the answers go, as JSON; - is standard output");
+        AddDeveloperSettings(*command.app);
         command.app->footer(kReplayExamples);
         command.required = {{"SCRIPT", &o.script}, {"IN", &o.input}, {"OUT", &o.output}};
     }
@@ -280,6 +324,7 @@ private:
         command.app->add_option("--labels", o.labels, "Write a label track for audio editors");
         command.app->add_option("--click", o.click, "Write the music with a tick on every beat");
         command.app->add_flag("--no-cache", o.noCache, "Neither use nor keep earlier results");
+        AddDeveloperSettings(*command.app);
         command.required = {{"IN", &o.input}};
     }
 
@@ -302,6 +347,7 @@ private:
         app.add_option("--length", o.length,
                        "Seconds shown (the tail, at most 10; of curve: to the last point)");
         app.add_option("--scale", o.scale, "Of impulse: auto, amplitude or level");
+        AddDeveloperSettings(app);
         app.footer(kPlotExamples);
         command.required = {{"KIND", &o.kind}, {"-o", &o.output}};
     }
@@ -310,12 +356,29 @@ private:
         Command& command =
             AddCommand(app_, "doctor", "Check that this installation works", doctor_);
         command.app->add_flag("--json", doctor_.json, "For programs");
+        command.app->add_flag("--monitor", doctor_.monitor, "Show the library's statistics too");
+        AddDeveloperSettings(*command.app);
+    }
+
+    void AddConsole() {
+        Command& command = AddCommand(app_, "console", "Run a developer command", console_);
+        command.app->add_option("COMMAND", console_.words,
+                                "Its name and arguments; without any, lines of standard input");
+        command.app->add_flag("--list", console_.list, "Show the commands and settings");
+        AddDeveloperSettings(*command.app);
+        command.app->footer(
+            "Examples:\n"
+            "  zuc console --list\n"
+            "  zuc console 'SetTimeStretchPreviewQ 12'\n"
+            "What is set lasts as long as the command: 'zuc process --set NAME=VALUE' changes a "
+            "job.");
     }
 
     void AddDemo() {
         Command& command = AddCommand(app_, "demo", "Compose a short piece and process it", demo_);
         command.app->add_option("DIR", demo_.folder, "Folder for the results (zuc-demo)");
         command.app->add_flag("-q,--quiet", demo_.quiet, "Say nothing but errors");
+        AddDeveloperSettings(*command.app);
     }
 
     CLI::App app_;
@@ -324,6 +387,7 @@ private:
     ListOptions list_;
     DescribeOptions describe_;
     ProcessOptions process_;
+    GenerateOptions generate_;
     ReplayOptions replay_;
     PresetListOptions presetList_;
     PresetShowOptions presetShow_;
@@ -331,11 +395,17 @@ private:
     BeatsOptions beats_;
     PlotOptions plot_;
     DoctorOptions doctor_;
+    ConsoleOptions console_;
     DemoOptions demo_;
+    std::vector<std::string> developerSettings_;
 };
 
 }  // namespace
 
-Request ParseCommandLine(int argc, char** argv) { return Parser().Parse(argc, argv); }
+CommandLine ParseCommandLine(int argc, char** argv) {
+    Parser parser;
+    Request request = parser.Parse(argc, argv);
+    return {std::move(request), parser.GetDeveloperSettings()};
+}
 
 }  // namespace zuc::cli

@@ -33,13 +33,11 @@ struct ChainArguments {
     std::vector<std::string> automation;  // "echo.decay-left:0s=64%,5s=20%"
 };
 
-struct ProcessOptions {
-    std::string input;
+/// What every command takes that renders a file.
+struct RenderArguments {
     std::string output;
     ChainArguments chain;
     std::string saveChainFile;
-    std::string sideChain;
-    std::string range;
     std::string tail = "auto";
     std::string bits;
     std::string format;
@@ -50,6 +48,26 @@ struct ProcessOptions {
     bool overwrite = false;
     bool keepExisting = false;
     TalkOptions talk;
+};
+
+struct ProcessOptions {
+    std::string input;
+    std::string sideChain;
+    std::string range;
+    RenderArguments render;
+};
+
+struct GenerateOptions {
+    std::string generator;
+    std::vector<std::string> settings;  // "color=white"
+    std::string duration;
+    std::string channels = "2";
+    RenderArguments render;
+};
+
+struct ConsoleOptions {
+    std::vector<std::string> words;  // of one command; none: lines of standard input
+    bool list = false;
 };
 
 struct ReplayOptions {
@@ -100,6 +118,7 @@ struct PlotOptions {
 
 struct DoctorOptions {
     bool json = false;
+    bool monitor = false;
 };
 
 struct DemoOptions {
@@ -117,6 +136,7 @@ using Request = std::variant<HelpRequest,
                              ListOptions,
                              DescribeOptions,
                              ProcessOptions,
+                             GenerateOptions,
                              ReplayOptions,
                              PresetListOptions,
                              PresetShowOptions,
@@ -124,9 +144,15 @@ using Request = std::variant<HelpRequest,
                              BeatsOptions,
                              PlotOptions,
                              DoctorOptions,
+                             ConsoleOptions,
                              DemoOptions>;
 
+struct CommandLine {
+    Request request;
+    std::vector<std::string> developerSettings;  // "Remix.AvoidLoops=true"
+};
+
 /// Throws host::Error (kUsage), or a host::ErrorList with all faults of the line.
-Request ParseCommandLine(int argc, char** argv);
+CommandLine ParseCommandLine(int argc, char** argv);
 
 }  // namespace zuc::cli

@@ -9,6 +9,7 @@ namespace zuc::cli {
 int RunList(const ListOptions& options);
 int RunDescribe(const DescribeOptions& options);
 int RunProcess(const ProcessOptions& options);
+int RunGenerate(const GenerateOptions& options);
 int RunReplayCommand(const ReplayOptions& options);
 int RunPresetList(const PresetListOptions& options);
 int RunPresetShow(const PresetShowOptions& options);
@@ -16,6 +17,7 @@ int RunPresetSave(const PresetSaveOptions& options);
 int RunBeats(const BeatsOptions& options);
 int RunPlot(const PlotOptions& options);
 int RunDoctor(const DoctorOptions& options);
+int RunConsole(const ConsoleOptions& options);
 int RunDemo(const DemoOptions& options);
 
 }  // namespace zuc::cli

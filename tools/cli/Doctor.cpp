@@ -2,6 +2,7 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <CLI/Version.hpp>
@@ -15,6 +16,7 @@
 #include "host/SystemInfo.h"
 #include "host/TemporaryFile.h"
 #include "host/Text.h"
+#include "kracore/DebugMonitor.h"
 
 namespace zuc::cli {
 namespace {
@@ -81,7 +83,27 @@ std::vector<host::LibraryVersion> GetLibraries() {
     return libraries;
 }
 
-void PrintJson(const std::vector<Check>& checks, bool isGood) {
+/// The statistics that parts of the library offer, by the name of the part.
+std::vector<std::pair<std::string, std::vector<std::string>>> ReadMonitors() {
+    std::vector<std::pair<std::string, std::vector<std::string>>> monitors;
+    for (const auto& channel : kracore::debug::GetDebugMonitorChannels()) {
+        auto& [name, lines] = monitors.emplace_back();
+        name = kracore::utility::ToUtf8(channel);
+        std::istringstream text(
+            kracore::utility::ToUtf8(kracore::debug::ReadDebugMonitor(channel)));
+        for (std::string line; std::getline(text, line);) lines.push_back(line);
+    }
+    return monitors;
+}
+
+void PrintMonitors() {
+    for (const auto& [name, lines] : ReadMonitors()) {
+        Print("\n" + name + "\n");
+        for (const std::string& line : lines) Print("  " + line + "\n");
+    }
+}
+
+void PrintJson(const std::vector<Check>& checks, bool isGood, bool withMonitors) {
     Json json = {{"schema", "zuc.doctor/1"},
                  {"version", ZUC_VERSION},
                  {"compiler", host::GetCompiler()},
@@ -96,6 +118,8 @@ void PrintJson(const std::vector<Check>& checks, bool isGood) {
     for (const Check& check : checks)
         json["checks"].push_back(
             {{"name", check.name}, {"ok", check.isGood}, {"detail", check.detail}});
+    if (withMonitors)
+        for (const auto& [name, lines] : ReadMonitors()) json["monitors"][name] = lines;
     Print(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
@@ -123,9 +147,10 @@ int RunDoctor(const DoctorOptions& options) {
     const bool isGood =
         std::all_of(checks.begin(), checks.end(), [](const Check& check) { return check.isGood; });
     if (options.json)
-        PrintJson(checks, isGood);
+        PrintJson(checks, isGood, options.monitor);
     else
         PrintText(checks, isGood);
+    if (options.monitor && !options.json) PrintMonitors();
     return static_cast<int>(isGood ? host::ExitCode::kDone : host::ExitCode::kProcessing);
 }
 

@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Components/Library.h"
 #include "Console.h"
+#include "DeveloperSettings.h"
 #include "Signals.h"
 #include "host/Render.h"
 
@@ -39,14 +40,16 @@ template <class... Visitors>
 Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 int Run(int argc, char** argv) {
-    const cli::Request request = cli::ParseCommandLine(argc, argv);
+    const auto [request, developerSettings] = cli::ParseCommandLine(argc, argv);
     if (const auto* help = std::get_if<cli::HelpRequest>(&request)) return ShowHelp(*help);
+    cli::ApplyDeveloperSettings(developerSettings);
     const LibraryScope library;
     return std::visit(
         Overloaded{[](const cli::HelpRequest& o) { return ShowHelp(o); },
                    [](const cli::ListOptions& o) { return cli::RunList(o); },
                    [](const cli::DescribeOptions& o) { return cli::RunDescribe(o); },
                    [](const cli::ProcessOptions& o) { return cli::RunProcess(o); },
+                   [](const cli::GenerateOptions& o) { return cli::RunGenerate(o); },
                    [](const cli::ReplayOptions& o) { return cli::RunReplayCommand(o); },
                    [](const cli::PresetListOptions& o) { return cli::RunPresetList(o); },
                    [](const cli::PresetShowOptions& o) { return cli::RunPresetShow(o); },
@@ -54,6 +57,7 @@ int Run(int argc, char** argv) {
                    [](const cli::BeatsOptions& o) { return cli::RunBeats(o); },
                    [](const cli::PlotOptions& o) { return cli::RunPlot(o); },
                    [](const cli::DoctorOptions& o) { return cli::RunDoctor(o); },
+                   [](const cli::ConsoleOptions& o) { return cli::RunConsole(o); },
                    [](const cli::DemoOptions& o) { return cli::RunDemo(o); }},
         request);
 }

@@ -139,6 +139,7 @@ const PlotKind& FindKind(const std::string& name) {
 PlotJob ReadOptions(const PlotOptions& options, const PlotKind* kind, host::Faults& faults) {
     PlotJob job;
     job.chain = MakeChain(options.chain, faults);
+    WarnOfPlaceholders(job.chain);
     job.files = options.inputs;
     if (!options.range.empty())
         faults.Try([&] { job.range = host::ParseTimeRange(options.range); });

@@ -67,23 +67,27 @@ void SayReport(const host::RenderReport& report, bool verbose) {
     if (report.limiterLowestGainDb < 0.0f)
         line += fmt::format(", limited by up to {:.2f} dB", -report.limiterLowestGainDb);
     Say(line);
+    for (const std::string& text : report.completionTexts) Say(text);
     if (!verbose) return;
-    Say(FormatColumns(
-        {{"input", DescribeFile(report.input) + fmt::format(", {} frames", report.framesIn)},
-         {"output", fmt::format("{} frames", report.framesOut)},
-         {"latency", fmt::format("{} frames, removed", report.latencyFrames)},
-         {"tail", fmt::format("{} frames", report.tailFrames)},
-         {"peak", report.overs.peak > 0.0f
-                      ? fmt::format("{:.2f} dBFS", 20.0f * std::log10(report.overs.peak))
-                      : "silence"}},
-        "  "));
+    std::vector<std::vector<std::string>> rows;
+    if (!report.input.path.empty())
+        rows.push_back(
+            {"input", DescribeFile(report.input) + fmt::format(", {} frames", report.framesIn)});
+    rows.push_back({"output", fmt::format("{} frames", report.framesOut)});
+    rows.push_back({"latency", fmt::format("{} frames, removed", report.latencyFrames)});
+    rows.push_back({"tail", fmt::format("{} frames", report.tailFrames)});
+    rows.push_back({"peak", report.overs.peak > 0.0f
+                                ? fmt::format("{:.2f} dBFS", 20.0f * std::log10(report.overs.peak))
+                                : "silence"});
+    Say(FormatColumns(rows, "  "));
 }
 
 void PrintReportJson(const host::RenderReport& report, const host::Chain& chain, bool toStderr) {
     const Json json = {
         {"schema", "zuc.report/1"},
         {"exitCode", 0},
-        {"input", FileToJson(report.input, report.framesIn)},
+        {"input",
+         report.input.path.empty() ? Json(nullptr) : FileToJson(report.input, report.framesIn)},
         {"output", FileToJson(report.output, report.framesOut)},
         {"chain", Json::parse(host::FormatChainJson(chain))["effects"]},
         {"latencyFrames", report.latencyFrames},
@@ -101,6 +105,7 @@ void PrintReportJson(const host::RenderReport& report, const host::Chain& chain,
         {"limiterLowestGainDb", report.limiterLowestGainDb},
         {"nonFiniteSamplesIn", report.nonFiniteSamplesIn},
         {"lostMetadata", report.lostMetadata},
+        {"messages", report.completionTexts},
         {"inputTruncated", report.isInputTruncated},
         {"seconds", report.seconds},
         {"speed", report.GetSpeed()}};
