@@ -90,9 +90,9 @@ void FractionalDelay::Follow(vector::MovingTap& tap, const Cubic& curve, int ste
     const double linear = curve.c[1] * h;
     const double square = curve.c[2] * h * h;
     const double cube = curve.c[3] * h * h * h;
-    const auto fixed = [](double frames) {
-        return static_cast<std::int64_t>(std::ldexp(frames, vector::kDelayFractionBits));
-    };
+    constexpr auto kUnits =
+        static_cast<double>(std::int64_t{1} << vector::kDelayFractionBits);  // a frame
+    const auto fixed = [](double frames) { return static_cast<std::int64_t>(frames * kUnits); };
     tap.delay = fixed(curve.c[0]);
     tap.first = fixed(linear + square + cube);
     tap.second = fixed(2.0 * square + 6.0 * cube);

@@ -16,9 +16,13 @@ public:
     /// The sine now, in [-1, 1]; then goes on by `cyclesPerStep`. [audio]
     double Next(double cyclesPerStep) {
         const double value = std::sin(2.0 * std::numbers::pi * phase_);
+        Skip(cyclesPerStep);
+        return value;
+    }
+    /// Goes on without the sine. [audio]
+    void Skip(double cyclesPerStep) {
         phase_ += cyclesPerStep;
         phase_ -= std::floor(phase_);
-        return value;
     }
 
 private:

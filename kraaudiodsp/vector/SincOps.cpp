@@ -44,6 +44,83 @@ HWY_INLINE float AddColumns(const Vector* columns) {
 #endif
 }
 
+/// A tap on its way through a piece, in registers: taps in memory would hold up each frame until those of
+/// the frame before are stored.
+template <std::size_t kChannels>
+class TapReader {
+public:
+    using Sums = Vector[kChannels][kVectors];
+
+    HWY_ATTR TapReader(const MovingTap& tap, const float* const* in) : tap_(tap) {
+        for (std::size_t c = 0; c < kChannels; ++c) in_[c] = in[c];
+    }
+    const MovingTap& GetTap() const { return tap_; }
+
+    /// Adds what frame i reads, and moves the tap on.
+    HWY_INLINE HWY_ATTR void Add(const SincRow* rows, std::int64_t i, Sums& sums) {
+        const Tag d;
+        const std::int64_t delay = std::max(tap_.delay, kHalfTaps * kOne);
+        const std::int64_t fraction = delay & (kOne - 1);
+        const SincRow& row = rows[fraction >> kRowShift];
+        const auto between = hn::Set(
+            d, static_cast<float>(fraction & ((std::int64_t{1} << kRowShift) - 1)) * kRowScale);
+        const std::int64_t oldest = i - (delay >> kDelayFractionBits) - kHalfTaps;
+        for (std::size_t v = 0; v < kVectors; ++v) {
+            Vector read[kChannels];
+            for (std::size_t k = v * kVectorLanes; k < kSincTaps; k += kColumns) {
+                // Multiplied and added apart, never fused.
+                const auto weight = hn::Add(hn::Load(d, &row.taps[k]),
+                                            hn::Mul(between, hn::Load(d, &row.growth[k])));
+                for (std::size_t c = 0; c < kChannels; ++c) {
+                    const auto product = hn::Mul(
+                        weight, hn::LoadU(d, in_[c] + oldest + static_cast<std::int64_t>(k)));
+                    read[c] = k < kColumns ? product : hn::Add(read[c], product);
+                }
+            }
+            for (std::size_t c = 0; c < kChannels; ++c)
+                sums[c][v] = hn::Add(sums[c][v], hn::Mul(read[c], hn::Set(d, tap_.gain[c])));
+        }
+        tap_.delay += tap_.first;
+        tap_.first += tap_.second;
+        tap_.second += tap_.third;
+        for (std::size_t c = 0; c < kChannels; ++c) tap_.gain[c] += tap_.gainStep[c];
+    }
+
+private:
+    MovingTap tap_;
+    const float* in_[kChannels];
+};
+
+/// The columns of each channel for some frames.
+constexpr std::size_t kPieceFrames = 16;
+template <std::size_t kChannels>
+struct Piece {
+    alignas(64) float columns[kPieceFrames][kChannels][kColumns];
+    std::int64_t firstFrame;
+    std::size_t frames;
+};
+
+/// Adds what the tap reads, and moves it on.
+template <std::size_t kChannels>
+HWY_INLINE HWY_ATTR void AddTap(Piece<kChannels>& piece,
+                                const float* const* in,
+                                const SincRow* rows,
+                                MovingTap& tap) {
+    const Tag d;
+    TapReader<kChannels> reader(tap, in);
+    for (std::size_t i = 0; i < piece.frames; ++i) {
+        typename TapReader<kChannels>::Sums sums;
+        for (std::size_t c = 0; c < kChannels; ++c)
+            for (std::size_t v = 0; v < kVectors; ++v)
+                sums[c][v] = hn::Load(d, piece.columns[i][c] + v * kVectorLanes);
+        reader.Add(rows, piece.firstFrame + static_cast<std::int64_t>(i), sums);
+        for (std::size_t c = 0; c < kChannels; ++c)
+            for (std::size_t v = 0; v < kVectors; ++v)
+                hn::Store(sums[c][v], d, piece.columns[i][c] + v * kVectorLanes);
+    }
+    tap = reader.GetTap();
+}
+
 template <std::size_t kChannels>
 void Read(float* const* out,
           const float* const* in,
@@ -52,39 +129,19 @@ void Read(float* const* out,
           std::size_t tapCount,
           std::size_t count) {
     const Tag d;
-    for (std::size_t i = 0; i < count; ++i) {
-        Vector sums[kChannels][kVectors];
-        for (auto& channel : sums)
-            for (Vector& sum : channel) sum = hn::Zero(d);
-        for (MovingTap* tap = taps; tap != taps + tapCount; ++tap) {
-            const std::int64_t delay = std::max(tap->delay, kHalfTaps * kOne);
-            const std::int64_t fraction = delay & (kOne - 1);
-            const SincRow& row = rows[fraction >> kRowShift];
-            const auto between = hn::Set(
-                d, static_cast<float>(fraction & ((std::int64_t{1} << kRowShift) - 1)) * kRowScale);
-            const std::int64_t oldest =
-                static_cast<std::int64_t>(i) - (delay >> kDelayFractionBits) - kHalfTaps;
-            for (std::size_t v = 0; v < kVectors; ++v) {
-                Vector read[kChannels];
-                for (std::size_t k = v * kVectorLanes; k < kSincTaps; k += kColumns) {
-                    // Multiplied and added apart, never fused.
-                    const auto weight = hn::Add(hn::Load(d, &row.taps[k]),
-                                                hn::Mul(between, hn::Load(d, &row.growth[k])));
-                    for (std::size_t c = 0; c < kChannels; ++c) {
-                        const auto product = hn::Mul(
-                            weight, hn::LoadU(d, in[c] + oldest + static_cast<std::int64_t>(k)));
-                        read[c] = k < kColumns ? product : hn::Add(read[c], product);
-                    }
-                }
-                for (std::size_t c = 0; c < kChannels; ++c)
-                    sums[c][v] = hn::Add(sums[c][v], hn::Mul(read[c], hn::Set(d, tap->gain[c])));
+    Piece<kChannels> piece;
+    for (std::size_t done = 0; done < count; done += kPieceFrames) {
+        piece.firstFrame = static_cast<std::int64_t>(done);
+        piece.frames = std::min(kPieceFrames, count - done);
+        std::fill_n(&piece.columns[0][0][0], piece.frames * kChannels * kColumns, 0.0f);
+        for (std::size_t t = 0; t < tapCount; ++t) AddTap(piece, in, rows, taps[t]);
+        for (std::size_t i = 0; i < piece.frames; ++i)
+            for (std::size_t c = 0; c < kChannels; ++c) {
+                Vector sums[kVectors];
+                for (std::size_t v = 0; v < kVectors; ++v)
+                    sums[v] = hn::Load(d, piece.columns[i][c] + v * kVectorLanes);
+                out[c][done + i] = AddColumns(sums);
             }
-            tap->delay += tap->first;
-            tap->first += tap->second;
-            tap->second += tap->third;
-            for (std::size_t c = 0; c < 2; ++c) tap->gain[c] += tap->gainStep[c];
-        }
-        for (std::size_t c = 0; c < kChannels; ++c) out[c][i] = AddColumns(sums[c]);
     }
 }
 

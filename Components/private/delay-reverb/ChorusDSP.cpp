@@ -165,8 +165,11 @@ void ChorusDSP::AddControlPoint() {
     bool drifts = false;
     for (std::size_t v = 0; v < kVoiceCount; ++v) {
         const Voice& voice = newest_.voices[v];
-        double delay =
-            kLatencyFrames + voice.delayFrames + voice.swingFrames * lfos_[v].Next(rates_[v]);
+        double delay = kLatencyFrames + voice.delayFrames;
+        if (voice.swingFrames > 0.0f)
+            delay += voice.swingFrames * lfos_[v].Next(rates_[v]);
+        else
+            lfos_[v].Skip(rates_[v]);
         if (voice.driftFrames > 0.0f) {
             delay += voice.driftFrames * drift_.Read(v, point_);
             drifts = true;
@@ -264,8 +267,11 @@ void ChorusDSP::ProcessTogether(std::size_t first, float* const* out, int done, 
     const auto filter = [&](std::size_t c, int i) {
         Filter& state = filters[c];
         const double voices = static_cast<double>(wet[c][i]);
-        state.low += static_cast<double>(mix.lowCut) * (voices - state.low);
-        state.high += static_cast<double>(mix.highCut) * (voices - state.low - state.high);
+        const double low = static_cast<double>(mix.lowCut);
+        const double high = static_cast<double>(mix.highCut);
+        // A product and a sum from frame to frame, which is what the loop's time hangs on.
+        state.low = (1.0 - low) * state.low + low * voices;
+        state.high = (1.0 - high) * state.high + high * (voices - state.low);
         out[first + c][done + i] = mix.dry * dry[c][i] + mix.wet * static_cast<float>(state.high);
     };
     if (isSteady_) {
