@@ -6,6 +6,7 @@
 #include <complex>
 #include <numbers>
 
+#include "Components/ParametricEqualizer.h"
 #include "kracore/WStr.h"
 #include "kramediatypes/AudioChannels.h"
 
@@ -19,7 +20,7 @@ constexpr float kEnd = 1e-3f;      // of the peak: where an impulse picture stop
 constexpr double kFloorDb = -72.0;
 constexpr double kLongSeconds = 0.1;
 constexpr std::size_t kColumns = 900;
-constexpr double kLowestHz = 20.0;
+constexpr double kLowestHz = components::ParametricEqualizer::kLowestCurveHz;
 constexpr double kSpanDb = 66.0;
 
 std::vector<std::string> NameChannels(const AudioFilter& filter) {
@@ -227,7 +228,23 @@ Magnitude MeasureMagnitude(const std::vector<float>& response, double rateHz) {
     return magnitude;
 }
 
-Figure PlotFrequencyResponses(const ImpulseResponses& responses, const std::string& title) {
+std::vector<FigurePoint> GetTargetMagnitude(const ChainProcessor& chain, float rateHz) {
+    const double ratio = std::log(static_cast<double>(rateHz) / 2.0 / kLowestHz);
+    std::vector<FigurePoint> target(kColumns);
+    for (std::size_t i = 0; i < kColumns; ++i)
+        target[i].x = kLowestHz * std::exp(ratio * static_cast<double>(i) / (kColumns - 1));
+    for (const AudioFilterPtr& filter : chain.GetFilters()) {
+        std::vector<float> samples;
+        constexpr int kCurve = components::ParametricEqualizer::kMagnitudeCurve;
+        if (filter->GetCurveData(kCurve, kColumns, samples) != kColumns) return {};
+        for (std::size_t i = 0; i < kColumns; ++i) target[i].y += static_cast<double>(samples[i]);
+    }
+    return target;
+}
+
+Figure PlotFrequencyResponses(const ImpulseResponses& responses,
+                              const std::string& title,
+                              const std::vector<FigurePoint>& target) {
     struct Trace {
         Magnitude magnitude;
         std::string name;
@@ -257,6 +274,13 @@ Figure PlotFrequencyResponses(const ImpulseResponses& responses, const std::stri
     Figure figure(title, {"Frequency (Hz)", kLowestHz, static_cast<double>(responses.rateHz) / 2.0,
                           AxisUnit::kHertz, AxisScale::kLogarithmic});
     FigurePanel& panel = figure.AddPanel({"Magnitude (dB)", bottom, top, AxisUnit::kDecibel});
+    if (!target.empty()) {
+        FigureStyle wide;
+        wide.color = FigureStyle::kGrey;
+        wide.width = 6.0;
+        wide.opacity = 0.35;
+        panel.AddLine(target, "analog target", wide);
+    }
     for (std::size_t t = 0; t < traces.size(); ++t) {
         FigureStyle style;
         style.color = static_cast<int>(t);

@@ -40,8 +40,15 @@ struct Magnitude {
 };
 Magnitude MeasureMagnitude(const std::vector<float>& response, double rateHz);  // [host]
 
+/// The magnitude that the settings of all effects mean, whatever they are made of, in dB over Hz; empty
+/// unless each effect of the chain tells its own. [host]
+std::vector<FigurePoint> GetTargetMagnitude(const ChainProcessor& chain, float rateHz);
+
 /// Magnitude in dB over log frequency, from 20 Hz to half the rate: the mean power, and around it what
-/// it varies between where the response has finer structure than the picture. [host]
-Figure PlotFrequencyResponses(const ImpulseResponses& responses, const std::string& title);
+/// it varies between where the response has finer structure than the picture. `target`, if there is one,
+/// is drawn behind. [host]
+Figure PlotFrequencyResponses(const ImpulseResponses& responses,
+                              const std::string& title,
+                              const std::vector<FigurePoint>& target = {});
 
 }  // namespace zuc::host

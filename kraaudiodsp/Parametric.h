@@ -4,6 +4,8 @@
 #include <cstddef>
 
 #include "kraaudiodsp/BiquadCascade.h"
+#include "kraaudiodsp/PartitionedFir.h"
+#include "kraaudiodsp/SlidingBuffer.h"
 
 namespace dsp {
 
@@ -19,7 +21,16 @@ struct ParametricBand {
     double gainDb = 0.0;
     double q = 1.0;
     int order = 2;  // 1 to 8, 6 dB an octave each
+    bool operator==(const ParametricBand&) const = default;
 };
+
+/// The analog sections of one band; the longest is a pass filter of 8th order.
+struct AnalogBand {
+    std::array<AnalogSection, 4> sections;
+    std::size_t count = 0;
+};
+/// None when the band is off or flat. A frequency above 0.49 of the rate counts as that. [any]
+AnalogBand MakeAnalog(const ParametricBand& band, double rateHz);
 
 /// What a parametric equalizer does to every channel: bands and a gain as filters in a row.
 class ParametricCurve {
@@ -43,29 +54,69 @@ private:
     Sections sections_;
 };
 
-/// The analog magnitude that the bands stand for, linear. [any]
-double GetAnalogMagnitude(const ParametricBand& band, double frequencyHz);
+/// The analog magnitude that a band stands for at a rate, linear. [any]
+double GetAnalogMagnitude(const ParametricBand& band, double frequencyHz, double rateHz);
 
 /// How much louder the bands make pink noise, in dB, K-weighted as in ITU-R BS.1770-4: from their analog
 /// magnitudes at six points an octave from 20 Hz to 20 kHz. [any]
 double GetLoudnessChangeDb(const ParametricCurve::Bands& bands);
 
-/// One channel of a parametric equalizer of minimum phase.
+/// One channel of a parametric equalizer, of minimum or of linear phase.
 class Parametric {
 public:
-    /// In force after a ramp of 20 ms, or at once. [audio]
+    /// What is heard: the curve, or with linear phase a response of LinearPhaseDesign; without one, the
+    /// input times a gain after the same time.
+    struct Path {
+        bool isLinear = false;
+        const FirSpectra* response = nullptr;  // outlives its use
+        float gain = 1.0f;
+    };
+
+    /// The curve of minimum phase, in force after a ramp of 20 ms, or at once. [audio]
     void SetCurve(const ParametricCurve& curve, bool atOnce) {
         cascade_.SetSections(curve.GetSections(), atOnce ? 0 : rampFrames_);
     }
+    /// Only after Reset: this is heard, at once. [audio]
+    void Start(const Path& path);
+    /// Begins to feed what `path` needs, from silence; GetSettlingFrames() later it can be heard as if
+    /// it always had been fed. Feeding what is heard already changes nothing. [audio]
+    void Feed(const Path& path);
+    /// From now on fades to `path` over GetFadeFrames(): both in phase in straight lines, else at equal
+    /// power. [audio]
+    void FadeTo(const Path& path);
+
     void Process(const float* in, float* out, int frames);  // [audio]; `out` may be `in`
-    void Reset() { cascade_.Reset(); }                      // [audio]
+    void Reset();                                           // [audio]
     void Suspend() {}                                       // [audio]
     void SetSampleRate(int rateHz);                         // [host]
-    int GetLatency() const { return 0; }
+    int GetLatency() const { return 0; }                    // of minimum phase
+
+    static int GetFadeFrames(double rateHz);      // [any]
+    static int GetSettlingFrames(double rateHz);  // [any]
 
 private:
+    static constexpr std::size_t kPieceFrames = BiquadCascade::kMaxFrames;
+    using Piece = std::array<float, kPieceFrames>;
+
+    void ProcessPiece(const float* in, float* out, int frames);
+    void RunLinear(const float* in, int frames);
+    void Mix(float* out, int frames);
+    void EndFade();
+
     int rampFrames_ = 1;
+    int fadeFrames_ = 1;
+    int fadePosition_ = 0;
+    bool fades_ = false;
+    bool minimumRuns_ = true;
+    bool linearRuns_ = false;
+    std::array<Path, 2> paths_;  // by place; both places hold paths while one fades into the other
+    std::size_t heard_ = 0;      // place of the path that is heard, or fades out
     BiquadCascade cascade_;
+    PartitionedFir fir_;
+    SlidingBuffer past_;  // for a linear phase without a response
+    std::size_t latencyFrames_ = 0;
+    Piece minimum_{};
+    std::array<Piece, 2> linear_{};  // by place
 };
 
 }  // namespace dsp

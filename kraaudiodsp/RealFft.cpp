@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cmath>
+#include <numbers>
+#include <type_traits>
 
 #include "kracore/Debug.h"
 
@@ -10,7 +12,9 @@ namespace {
 
 // Radix 4 first, so that every later pass finds strides that fill vectors.
 constexpr std::array<std::size_t, 4> kRadices{4, 2, 3, 5};
-constexpr long double kTwoPi = 6.283185307179586476925286766559L;
+/// What tables are worked out in, finer than what they hold; the finest is slow.
+template <typename T>
+using Wide = std::conditional_t<std::is_same_v<T, float>, double, long double>;
 
 bool IsSmooth(std::size_t size) {
     for (const std::size_t prime : {2, 3, 5})
@@ -23,15 +27,18 @@ bool IsAllowed(std::size_t size, std::size_t maxSize) {
 }
 
 template <typename T>
+Wide<T> Angle(std::size_t k, std::size_t n) {
+    return 2 * std::numbers::pi_v<Wide<T>> * static_cast<Wide<T>>(k) / static_cast<Wide<T>>(n);
+}
+
+template <typename T>
 T Cos(std::size_t k, std::size_t n) {
-    return static_cast<T>(
-        std::cos(kTwoPi * static_cast<long double>(k) / static_cast<long double>(n)));
+    return static_cast<T>(std::cos(Angle<T>(k, n)));
 }
 
 template <typename T>
 T MinusSin(std::size_t k, std::size_t n) {
-    return static_cast<T>(
-        -std::sin(kTwoPi * static_cast<long double>(k) / static_cast<long double>(n)));
+    return static_cast<T>(-std::sin(Angle<T>(k, n)));
 }
 
 template <typename T>

@@ -80,6 +80,15 @@ void ParametricAllBands(benchmark::State& state) {
 }
 BENCHMARK(ParametricAllBands);
 
+void ParametricLinearPhase(benchmark::State& state) {
+    Player<PE> player(2, static_cast<int>(state.range(0)));
+    player.Set(PE::kPhase, 1.0f);
+    SetBells(player, 8);
+    for (auto _ : state) player.Play();
+    state.SetItemsProcessed(state.iterations() * player.frames);
+}
+BENCHMARK(ParametricLinearPhase)->Arg(64)->Arg(512)->Arg(4096);
+
 /// 32 channels, eight bands: the effect, against a plain loop over its kernels.
 void ThirtyTwoChannels(benchmark::State& state) {
     Player<PE> player(32, static_cast<int>(state.range(0)));

@@ -60,7 +60,8 @@ TEST(ParametricEqualizer, SoundsLikeTheAnalogCurveUpToTheTopOctave) {
             player->Resume();
             const Signal response = player.Play(MakeImpulse(1, 1 << 14));
             for (double f = 100.0; f < 0.45 * rateHz; f *= 1.19) {
-                const double analog = 20.0 * std::log10(dsp::GetAnalogMagnitude(row.band, f));
+                const double analog =
+                    20.0 * std::log10(dsp::GetAnalogMagnitude(row.band, f, rateHz));
                 if (analog < -60.0) continue;
                 // The sections of a steep filter add up what they are off on its slope.
                 const double limit = row.band.order > 2 ? 0.2 : 0.1;
@@ -70,18 +71,123 @@ TEST(ParametricEqualizer, SoundsLikeTheAnalogCurveUpToTheTopOctave) {
         }
 }
 
+/// The response of linear phase: symmetric around the latency, and as the analog magnitude wherever the
+/// curve is not narrower than the taps resolve.
+TEST(ParametricEqualizer, LinearPhaseDelaysEverythingAlikeAndKeepsTheCurve) {
+    using dsp::BandType;
+    const struct {
+        const char* name;
+        dsp::ParametricBand band;
+        int slope;
+    } rows[] = {{"bell", {true, BandType::kBell, 16000, 12, 2.0, 2}, 1},
+                {"cut", {true, BandType::kBell, 1000, -18, 3.0, 2}, 1},
+                {"low shelf", {true, BandType::kLowShelf, 250, 9, 0.71, 2}, 1},
+                {"high shelf", {true, BandType::kHighShelf, 9000, -9, 0.71, 2}, 1},
+                {"high-pass 48", {true, BandType::kHighPass, 2000, 0, 1.0, 8}, 5},
+                {"low-pass 24", {true, BandType::kLowPass, 9000, 0, 1.0, 4}, 3},
+                {"notch", {true, BandType::kNotch, 5000, 0, 2.0, 2}, 1},
+                {"tilt", {true, BandType::kTilt, 900, 6, 0.71, 2}, 1}};
+    const struct {
+        float rateHz;
+        std::size_t latency;
+    } rates[] = {{44100, 4096}, {48000, 4096}, {96000, 8192}};
+    for (const auto& [rateHz, latency] : rates)
+        for (const auto& row : rows) {
+            Player player(1, rateHz);
+            player.Set(PE::kPhase, 1);
+            SetBand(player, 3, row.band, row.slope);
+            player->Resume();
+            ASSERT_EQ(player->GetInitialDelay(), static_cast<int>(latency));
+            const Signal response = player.Play(MakeImpulse(1, 2 * latency + 1));
+            float asymmetry = 0.0f;
+            for (std::size_t k = 1; k <= latency; ++k)
+                asymmetry = std::max(
+                    asymmetry, std::fabs(response[0][latency - k] - response[0][latency + k]));
+            EXPECT_LT(asymmetry, 1e-6f) << row.name;
+            for (double f = 100.0; f < 0.45 * rateHz; f *= 1.19) {
+                const double analog =
+                    20.0 * std::log10(dsp::GetAnalogMagnitude(row.band, f, rateHz));
+                if (analog < -60.0) continue;
+                EXPECT_NEAR(MagnitudeDb(response[0], f / rateHz), analog, 0.1)
+                    << row.name << " at " << f << " Hz, rate " << rateHz;
+            }
+        }
+}
+
 TEST(ParametricEqualizer, ParallelIsSerialBitForBit) {
-    const Signal noise = MakeNoise(6, 16384);
-    Signal expected;
-    for (const std::size_t block : {2047u, 1u, 64u, 2048u, 4096u, 16384u}) {
-        Player player(6);
-        for (int k = 0; k < PE::kBandCount; ++k)
-            SetBand(player, k, {true, static_cast<dsp::BandType>(k), 200.0 * (k + 1), 3, 2.0, 2});
-        player->Resume();
-        const Signal out = player.Play(noise, block);
-        if (expected.empty()) expected = out;
-        EXPECT_EQ(out, expected) << block;
+    const Signal noise = MakeNoise(6, 40960);
+    for (const float phase : {0.0f, 1.0f}) {
+        Signal expected;
+        for (const std::size_t block : {2047u, 1u, 64u, 2048u, 4096u, 20480u}) {
+            Player player(6);
+            for (int k = 0; k < PE::kBandCount; ++k)
+                SetBand(player, k,
+                        {true, static_cast<dsp::BandType>(k), 200.0 * (k + 1), 3, 2.0, 2});
+            player.Set(PE::kPhase, phase);
+            player->Resume();
+            // From one phase to the other, with a change that waits for the end of the transition.
+            Signal out = player.Play(noise, 0, 6141, block);
+            player.Set(PE::kPhase, 1.0f - phase);
+            Append(out, player.Play(noise, 6141, 9000, block));
+            player.Set(PE::At(2, PE::kGain), -9.0f);
+            Append(out, player.Play(noise, 9000, 40960, block));
+            if (expected.empty()) expected = out;
+            EXPECT_EQ(out, expected) << block;
+        }
     }
+}
+
+/// A low sine has no steps of its own: whatever the settings do must not add any.
+TEST(ParametricEqualizer, SwitchesPhaseAndLinearCurvesWithoutClicks) {
+    constexpr std::size_t kFrames = 60000;
+    constexpr double kToneHz = 100.0;
+    const float step = static_cast<float>(2.0 * std::numbers::pi * kToneHz / 48000.0) * 0.5f;
+    Signal sine(1, std::vector<float>(kFrames));
+    for (std::size_t i = 0; i < kFrames; ++i)
+        sine[0][i] = 0.5f * static_cast<float>(std::sin(2.0 * std::numbers::pi * kToneHz *
+                                                        static_cast<double>(i) / 48000.0));
+    const struct {
+        const char* name;
+        float phase, newPhase, gainDb, newGainDb;
+    } rows[] = {{"to linear", 0, 1, 6, 6},
+                {"to minimum", 1, 0, 6, 6},
+                {"linear, another curve", 1, 1, -12, 6},
+                {"linear, from flat", 1, 1, 0, 6},
+                {"linear, to flat", 1, 1, 6, 0}};
+    for (const auto& row : rows) {
+        Player player(1);
+        player.Set(PE::kPhase, row.phase);
+        SetBand(player, 2, {true, dsp::BandType::kLowShelf, 1000, row.gainDb, 0.7, 2});
+        player->Resume();
+        Signal out = player.Play(sine, 0, 20011, 512);
+        player.Set(PE::kPhase, row.newPhase);
+        player.Set(PE::At(2, PE::kGain), row.newGainDb);
+        Append(out, player.Play(sine, 20011, kFrames, 512));
+        // The largest gain on the way is 6 dB; at equal power two equal sines may add up to 3 dB more.
+        float largest = 0.0f;
+        for (std::size_t i = 8192; i < kFrames; ++i)
+            largest = std::max(largest, std::fabs(out[0][i] - out[0][i - 1]));
+        EXPECT_LT(largest, step * 2.0f * 1.42f) << row.name;
+        // Where it ends is where a fresh effect with these settings is.
+        Player fresh(1);
+        fresh.Set(PE::kPhase, row.newPhase);
+        SetBand(fresh, 2, {true, dsp::BandType::kLowShelf, 1000, row.newGainDb, 0.7, 2});
+        fresh->Resume();
+        const Signal expected = fresh.Play(sine);
+        for (std::size_t i = 40000; i < kFrames; ++i)
+            ASSERT_NEAR(out[0][i], expected[0][i], 1e-5f) << row.name << ", frame " << i;
+    }
+}
+
+TEST(ParametricEqualizer, LinearPhaseOfNothingIsThePlainInputLater) {
+    const Signal noise = MakeNoise(2, 12000);
+    Player player;
+    player.Set(PE::kPhase, 1);
+    player->Resume();
+    EXPECT_EQ(player->GetTail(), 0);
+    const Signal out = player.Play(noise);
+    for (std::size_t c = 0; c < 2; ++c)
+        EXPECT_TRUE(std::equal(out[c].begin() + 4096, out[c].end(), noise[c].begin()));
 }
 
 TEST(ParametricEqualizer, LeavesTheSoundAloneWhileNothingIsSetAndComesBackToIt) {

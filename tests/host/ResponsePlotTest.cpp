@@ -68,6 +68,18 @@ TEST(ResponsePlot, PicturesNameWhatIsHeard) {
     const auto bounce = Measure("echo:preset=Synthesizing SMPTE");
     EXPECT_TRUE(contains(PlotFrequencyResponses(bounce, "t"), "Left to Right"));
     EXPECT_TRUE(contains(PlotImpulseResponses(bounce, "t"), "level (dB)"));
+    const auto target = [](const char* steps) {
+        Chain chain{ParseStepText(steps)};
+        if (std::string(steps).starts_with("para")) chain.push_back(chain.front());
+        const ChainProcessor processor(chain, EffectCatalogue(), UserPresets(), 48000.0f, 2, 512);
+        return GetTargetMagnitude(processor, 48000.0f);
+    };
+    const auto twice = target("parametric-equalizer:output-gain=-3dB");
+    ASSERT_FALSE(twice.empty());
+    EXPECT_NEAR(twice.back().x, 24000.0, 0.1);
+    EXPECT_NEAR(twice.back().y, -6.0, 1e-3) << "both effects count";
+    EXPECT_TRUE(contains(PlotFrequencyResponses(bounce, "t", twice), "analog target"));
+    EXPECT_TRUE(target("amplify").empty()) << "tells no target";
     const auto plain = Measure("amplify");
     EXPECT_FALSE(contains(PlotFrequencyResponses(plain, "t"), "Left to Right"));
     EXPECT_TRUE(contains(PlotImpulseResponses(plain, "t"), "amplitude")) << "a short response";

@@ -103,8 +103,11 @@ constexpr std::array kKinds{
              }},
     PlotKind{"response",
              [](const PlotJob& job) {
-                 return host::PlotFrequencyResponses(Measure(job),
-                                                     job.Title("Frequency response of "));
+                 host::ChainProcessor processor = job.MakeProcessor();
+                 return host::PlotFrequencyResponses(
+                     host::MeasureImpulseResponses(processor, job.rateHz, job.seconds),
+                     job.Title("Frequency response of "),
+                     host::GetTargetMagnitude(processor, job.rateHz));
              }},
     PlotKind{"transfer", DrawTransfer},
     PlotKind{"gain", DrawGain, 1},

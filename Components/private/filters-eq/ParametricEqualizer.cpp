@@ -4,9 +4,11 @@
 #include <array>
 #include <cmath>
 #include <initializer_list>
+#include <span>
 #include <string_view>
 
 #include "Components/private/MultithreadedComponentBaseImpl.h"
+#include "Components/private/filters-eq/PhaseTransition.h"
 #include "kraaudiodsp/Parametric.h"
 #include "kraaudiodsp/Units.h"
 
@@ -25,6 +27,10 @@ constexpr double kMostAutoGainDb = 12.0;
 constexpr std::array<int, 6> kOrders{1, 2, 3, 4, 6, 8};
 
 // clang-format off
+constexpr std::array<EnumEntry, 2> kPhases{{
+    {"$$$/Effects/ParametricEqualizer/Minimum=Minimum"},
+    {"$$$/Effects/ParametricEqualizer/Linear=Linear"},
+}};
 constexpr std::array<EnumEntry, 2> kBellLaws{{
     {"$$$/Effects/ParametricEqualizer/ConstantQ=Constant Q"},
     {"$$$/Effects/ParametricEqualizer/ProportionalQ=Proportional Q"},
@@ -49,6 +55,7 @@ constexpr std::array<EnumEntry, kOrders.size()> kSlopes{{
 }};
 constexpr std::array<ParameterRow, PE::kParameterCount> kParameters{{
     {PE::kOutputGain,           "$$$/Effects/ParametricEqualizer/OutputGain=Output Gain",                       "dB", Kind::kLinear,      -24,  24,    0,     true},
+    {PE::kPhase,                "$$$/Effects/ParametricEqualizer/Phase=Phase",                                  "",   Kind::kEnum,        0,    1,     0,     false, Role::kControl, kPhases},
     {PE::kBellLaw,              "$$$/Effects/ParametricEqualizer/BellLaw=Bell Law",                             "",   Kind::kEnum,        0,    1,     0,     false, Role::kControl, kBellLaws},
     {PE::kAutoGain,             "$$$/Effects/ParametricEqualizer/AutoGain=Auto Gain",                           "",   Kind::kBool,        0,    1,     0,     true},
     {PE::At(0, PE::kOn),        "$$$/Effects/ParametricEqualizer/Band1On=Band 1",                               "",   Kind::kBool,        0,    1,     0,     true},
@@ -161,9 +168,15 @@ static_assert(IsWellFormed(kTables));
 
 }  // namespace
 
+/// What the audio thread works from; a pure function of the parameter values.
+struct ParametricEqualizer::Settings : PhaseTransition::Settings {};
+
 ParametricEqualizer::ParametricEqualizer()
-    : TableDriven(kTables, kParametricEqualizerComponentID, kMaxChannelCount) {
+    : TableDriven(kTables, kParametricEqualizerComponentID, kMaxChannelCount),
+      wanted_(std::make_unique<Settings>()),
+      transition_(std::make_unique<PhaseTransition>()) {
     SetupParameterInfos();
+    transition_->Prepare(RateHz());
     OnNumberOfChannelsChanged(GetNumberOfOutputChannels());
 }
 
@@ -171,10 +184,14 @@ ParametricEqualizer::~ParametricEqualizer() = default;
 
 void ParametricEqualizer::SetupParameterInfos() { RegisterParameterInfos(); }
 
-dsp::ParametricCurve ParametricEqualizer::DeriveSettings() const {
-    dsp::ParametricCurve::Bands bands;
+double ParametricEqualizer::RateHz() const {
+    return std::max(1.0, static_cast<double>(GetSampleRate()));
+}
+
+ParametricEqualizer::Settings ParametricEqualizer::DeriveSettings() const {
+    Settings settings;
     for (int k = 0; k < kBandCount; ++k) {
-        dsp::ParametricBand& band = bands[static_cast<std::size_t>(k)];
+        dsp::ParametricBand& band = settings.bands[static_cast<std::size_t>(k)];
         band.on = IsOn(At(k, kOn));
         band.type = static_cast<BandType>(Choice(At(k, kType)));
         band.frequencyHz = Value(At(k, kFrequency));
@@ -186,14 +203,29 @@ dsp::ParametricCurve ParametricEqualizer::DeriveSettings() const {
     }
     double gainDb = Value(kOutputGain);
     if (IsOn(kAutoGain))
-        gainDb -= std::clamp(dsp::GetLoudnessChangeDb(bands), -kMostAutoGainDb, kMostAutoGainDb);
-    return {bands, std::pow(10.0, gainDb / 20.0), std::max(1.0f, GetSampleRate())};
+        gainDb -=
+            std::clamp(dsp::GetLoudnessChangeDb(settings.bands), -kMostAutoGainDb, kMostAutoGainDb);
+    settings.gain = std::pow(10.0, gainDb / 20.0);
+    settings.isLinear = Choice(kPhase) == 1;
+    return settings;
 }
 
-int ParametricEqualizer::GetTail() const { return DeriveSettings().GetTail(); }
+int ParametricEqualizer::GetInitialDelay() const {
+    return Choice(kPhase) == 1 ? dsp::LinearPhaseDesign::GetLatency(RateHz()) : 0;
+}
+
+int ParametricEqualizer::GetTail() const {
+    const Settings settings = DeriveSettings();
+    const int tail = dsp::ParametricCurve(settings.bands, settings.gain, RateHz()).GetTail();
+    return settings.isLinear && tail > 0 ? dsp::LinearPhaseDesign::GetLatency(RateHz()) : tail;
+}
+
+// ---- Preparation ----
 
 void ParametricEqualizer::SetSampleRate(float rateHz) {
+    if (rateHz == GetSampleRate()) return;
     TableDriven::SetSampleRate(rateHz);
+    transition_->Prepare(RateHz());
     isFirstBlock_ = true;
 }
 
@@ -207,15 +239,47 @@ void ParametricEqualizer::Resume() {
     isFirstBlock_ = true;
 }
 
+// ---- Processing ----
+
 void ParametricEqualizer::Process(
     float** in, float** out, int frames, Flags inFlags, Flags& outFlags) {
+    const std::span<dsp::Parametric> channels(GetProcessors(), GetProcessorCount());
     if (const bool changed = TakeSettingsDirty(); changed || isFirstBlock_) {
-        const dsp::ParametricCurve curve = DeriveSettings();
-        for (std::size_t c = 0; c < GetProcessorCount(); ++c)
-            GetProcessors()[c].SetCurve(curve, isFirstBlock_);
+        *wanted_ = DeriveSettings();
+        if (isFirstBlock_) transition_->Start(*wanted_, channels);
         isFirstBlock_ = false;
     }
-    TableDriven::Process(in, out, frames, inFlags, outFlags);
+    std::array<float*, kMaxChannelCount> from;
+    std::array<float*, kMaxChannelCount> to;
+    for (int done = 0; done < frames;) {
+        const int run = transition_->Advance(*wanted_, channels, frames - done);
+        for (std::size_t c = 0; c < channels.size(); ++c) {
+            from[c] = in[c] + done;
+            to[c] = out[c] + done;
+        }
+        TableDriven::Process(from.data(), to.data(), run, inFlags, outFlags);
+        done += run;
+    }
+}
+
+// ---- Display ----
+
+std::size_t ParametricEqualizer::GetCurveData(int curve,
+                                              std::size_t points,
+                                              std::vector<float>& samples) {
+    samples.clear();
+    if (curve != kMagnitudeCurve || points < 2) return 0;
+    const Settings settings = DeriveSettings();
+    const double octaves = std::log2(RateHz() / 2.0 / kLowestCurveHz);
+    for (std::size_t i = 0; i < points; ++i) {
+        const double hz = kLowestCurveHz * std::exp2(octaves * static_cast<double>(i) /
+                                                     static_cast<double>(points - 1));
+        double magnitude = settings.gain;
+        for (const dsp::ParametricBand& band : settings.bands)
+            magnitude *= dsp::GetAnalogMagnitude(band, hz, RateHz());
+        samples.push_back(static_cast<float>(20.0 * std::log10(std::max(magnitude, 1e-10))));
+    }
+    return points;
 }
 
 }  // namespace zuc::components
