@@ -6,6 +6,7 @@ find_package(hwy 1.0.3 REQUIRED)                                # hwy::hwy
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile>=1.2.0)  # shared
 pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr>=0.1.3)        # shared
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo>=1.16)        # shared
+pkg_check_modules(PORTAUDIO REQUIRED IMPORTED_TARGET portaudio-2.0>=19)  # shared
 find_package(CLI11 2.1 REQUIRED)                                # CLI11::CLI11
 find_package(fmt 9.1 REQUIRED)                                  # fmt::fmt
 find_package(nlohmann_json 3.11 REQUIRED)                       # nlohmann_json::nlohmann_json

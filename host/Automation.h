@@ -20,6 +20,10 @@ std::vector<CurvePoint> ParseCurvePoints(std::string_view text);
 /// heading. `source` begins the faults. Throws Error (kUsage). [any]
 std::vector<CurvePoint> ParseCurveCsv(std::string_view csv, std::string_view source);
 
+/// The place in `chain` of the effect that "echo", or "echo#2" for the second of several, means. Throws
+/// Error (kUsage). [any]
+std::size_t FindStep(const Chain& chain, const EffectCatalogue& catalogue, std::string_view name);
+
 /// Adds to `chain` what `text` says: "echo.decay-left:0s=64%,5s=20%", or "echo#2.decay-left:…" for the
 /// second of several. Replaces a curve for the same parameter. Throws Error (kUsage, kInput). [any]
 void AddAutomation(Chain& chain, const EffectCatalogue& catalogue, std::string_view text);

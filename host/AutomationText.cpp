@@ -54,32 +54,6 @@ CurvePoint ParsePoint(std::string_view text) {
     return point;
 }
 
-/// The step of the chain that "echo" or "echo#2" means.
-ChainStep& FindStep(Chain& chain, const EffectCatalogue& catalogue, std::string_view name) {
-    const std::size_t mark = name.find('#');
-    const std::string slug = catalogue.Find(name.substr(0, mark)).slug;
-    std::vector<ChainStep*> meant;
-    std::vector<std::string> present;
-    for (ChainStep& step : chain) {
-        present.push_back(step.effect);
-        if (step.placeholder.empty() && catalogue.Find(step.effect).slug == slug)
-            meant.push_back(&step);
-    }
-    if (meant.empty())
-        throw Error(ExitCode::kUsage, "the chain has no " + slug + " to automate", Join(present),
-                    "add -e " + slug);
-    if (mark == std::string_view::npos && meant.size() == 1) return *meant.front();
-    const auto number = mark == std::string_view::npos
-                            ? std::nullopt
-                            : kracore::utility::StringToNumber(name.substr(mark + 1));
-    if (!number || *number != std::floor(*number) || *number < 1.0 ||
-        *number > static_cast<double>(meant.size()))
-        throw Error(ExitCode::kUsage,
-                    "'" + std::string(name) + "' does not say which " + slug + " of the chain",
-                    slug + "#1 … " + slug + "#" + std::to_string(meant.size()));
-    return *meant[static_cast<std::size_t>(*number) - 1];
-}
-
 }  // namespace
 
 std::vector<CurvePoint> ParseCurvePoints(std::string_view text) {
@@ -127,6 +101,30 @@ std::vector<CurvePoint> ParseCurveCsv(std::string_view csv, std::string_view sou
     return points;
 }
 
+std::size_t FindStep(const Chain& chain, const EffectCatalogue& catalogue, std::string_view name) {
+    const std::size_t mark = name.find('#');
+    const std::string slug = catalogue.Find(name.substr(0, mark)).slug;
+    std::vector<std::size_t> meant;
+    std::vector<std::string> present;
+    for (std::size_t k = 0; k < chain.size(); ++k) {
+        present.push_back(chain[k].effect);
+        if (chain[k].placeholder.empty() && catalogue.Find(chain[k].effect).slug == slug)
+            meant.push_back(k);
+    }
+    if (meant.empty())
+        throw Error(ExitCode::kUsage, "the chain has no " + slug, Join(present), "add -e " + slug);
+    if (mark == std::string_view::npos && meant.size() == 1) return meant.front();
+    const auto number = mark == std::string_view::npos
+                            ? std::nullopt
+                            : kracore::utility::StringToNumber(name.substr(mark + 1));
+    if (!number || *number != std::floor(*number) || *number < 1.0 ||
+        *number > static_cast<double>(meant.size()))
+        throw Error(ExitCode::kUsage,
+                    "'" + std::string(name) + "' does not say which " + slug + " of the chain",
+                    slug + "#1 … " + slug + "#" + std::to_string(meant.size()));
+    return meant[static_cast<std::size_t>(*number) - 1];
+}
+
 void AddAutomation(Chain& chain, const EffectCatalogue& catalogue, std::string_view text) {
     const std::size_t colon = text.find(':');
     const std::size_t dot = text.substr(0, colon).find('.');
@@ -134,7 +132,7 @@ void AddAutomation(Chain& chain, const EffectCatalogue& catalogue, std::string_v
         dot + 1 == colon)
         throw Error(ExitCode::kUsage, "'" + std::string(text) + "' is no automation",
                     "EFFECT.PARAMETER:TIME=VALUE,… or EFFECT.PARAMETER:@FILE.csv", kExample);
-    ChainStep& step = FindStep(chain, catalogue, Trim(text.substr(0, dot)));
+    ChainStep& step = chain[FindStep(chain, catalogue, Trim(text.substr(0, dot)))];
     CurveText curve{std::string(Trim(text.substr(dot + 1, colon - dot - 1))),
                     ParseCurvePoints(text.substr(colon + 1))};
     const auto same = std::find_if(

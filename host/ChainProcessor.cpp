@@ -175,7 +175,7 @@ void ChainProcessor::RequireBlockwise() const {
         if (WorksOffline(*filters_[k]))
             throw Error(ExitCode::kUsage, resolved_[k].effect +
                                               " works on the whole at once; there is no picture "
-                                              "of that");
+                                              "of that, and no playing before the end");
 }
 
 void ChainProcessor::Resume() {

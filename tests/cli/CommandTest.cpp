@@ -34,7 +34,7 @@ TEST_F(CommandTest, TellsOfEffectsAndOfItself) {
     const Outcome help = RunZuc({"--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_THAT(help.out, AllOf(HasSubstr("Examples:"), HasSubstr("process")));
-    for (const char* command : {"process", "replay", "preset"})
+    for (const char* command : {"process", "play", "replay", "preset"})
         EXPECT_THAT(RunZuc({command, "--help"}).out, HasSubstr("xample")) << command;
     EXPECT_THAT(RunZuc({"list"}).out, HasSubstr("amplify"));
     EXPECT_THAT(RunZuc({"describe", "Amplify"}).out,
@@ -80,6 +80,9 @@ TEST_F(CommandTest, ExitCodesSayWhatWentWrong) {
         {"bad format", {"process", in_, out_, "--format", "xyz"}, 2, "xyz"},
         {"range behind the end", {"process", in_, out_, "--range", "5..6"}, 2, "behind the end"},
         {"-y and -n", {"process", in_, out_, "-y", "-n"}, 2, "exclude"},
+        {"nothing to play", {"play"}, 2, "IN is missing"},
+        {"bad block of a device", {"play", in_, "--block", "0.5"}, 2, "--block"},
+        {"play what is missing", {"play", in_ + "x", "--device", "none such"}, 3, "in.wavx"},
         {"missing input", {"process", in_ + "x", out_}, 3, "in.wavx"},
         {"missing chain", {"process", in_, out_, "--chain", in_ + ".json"}, 3, "in.wav.json"},
         {"existing output", {"process", in_, in_}, 4, "-y"},
@@ -103,6 +106,19 @@ TEST_F(CommandTest, ExitCodesSayWhatWentWrong) {
     }
     EXPECT_THAT(folder_.List(), testing::ElementsAre("in.wav", "w.wav"))
         << "failures leave nothing";
+}
+
+/// With a sound device and without; nothing is heard.
+TEST_F(CommandTest, PlayNamesTheDevicesThereAre) {
+    const Outcome list = RunZuc({"play", "--list-devices"});
+    EXPECT_EQ(list.exitCode, 0);
+    const bool hasDevice = !list.out.empty();
+    EXPECT_EQ(list.err, hasDevice ? "" : "this machine has no sound device\n");
+    const Outcome unknown = RunZuc({"play", in_, "--device", "none such"});
+    EXPECT_EQ(unknown.exitCode, hasDevice ? 2 : 4);
+    EXPECT_THAT(unknown.err, HasSubstr(hasDevice ? "there is no sound device 'none such'"
+                                                 : "this machine has no sound device"));
+    EXPECT_EQ(unknown.out, "");
 }
 
 TEST_F(CommandTest, SeveralFaultsComeTogether) {

@@ -73,6 +73,17 @@ constexpr const char* kGenerateExamples =
     "  zuc generate noise - --format wav --bits 16 --duration 1:30 | aplay\n"
     "The same seed from 1 up gives the same file each time.";
 
+constexpr const char* kPlayExamples =
+    "While it plays, lines on standard input change it:\n"
+    "  echo.decay-left 40%        a parameter; echo#2.decay-left of the second echo\n"
+    "  echo.preset Spooky         a preset\n"
+    "  status, help, quit\n"
+    "\n"
+    "Examples:\n"
+    "  zuc play song.flac -e echo:preset=Spooky\n"
+    "  zuc play drums.wav --loop -e chorus -e parametric-equalizer\n"
+    "  zuc play --list-devices";
+
 constexpr const char* kReplayExamples =
     "SCRIPT.json: {\"effect\": \"Amplify\", \"rate\": 48000, \"channels\": 2, \"events\": [\n"
     "  {\"op\": \"param\", \"index\": 2, \"n\": 0.7}, {\"op\": \"resume\"},\n"
@@ -114,6 +125,7 @@ public:
         AddDescribe();
         AddProcess();
         AddGenerate();
+        AddPlay();
         AddReplay();
         AddPreset();
         AddBeats();
@@ -272,6 +284,21 @@ private:
         app.add_flag("-v,--verbose", talk.verbose, "Say more");
     }
 
+    void AddPlay() {
+        Command& command = AddCommand(app_, "play", "Listen to a file through effects", play_);
+        PlayOptions& o = play_;
+        CLI::App& app = *command.app;
+        app.add_option("IN", o.input, "Audio file to play");
+        AddChain(app, o.chain);
+        app.add_option("--device", o.device, "Sound device, by number or a part of its name");
+        app.add_flag("--list-devices", o.listDevices, "Show the sound devices");
+        app.add_flag("--loop", o.loop, "Play again and again");
+        app.add_option("--range", o.range, "Part of the input: BEGIN..END, in seconds or mm:ss");
+        app.add_option("--block", o.block, "Frames per block of the device; as it likes without");
+        app.add_flag("-q,--quiet", o.quiet, "Say nothing but errors");
+        app.footer(kPlayExamples);
+    }
+
     void AddReplay() {
         Command& command =
             AddCommand(app_, "replay", "Play a script of contract calls on one effect", replay_);
@@ -388,6 +415,7 @@ private:
     DescribeOptions describe_;
     ProcessOptions process_;
     GenerateOptions generate_;
+    PlayOptions play_;
     ReplayOptions replay_;
     PresetListOptions presetList_;
     PresetShowOptions presetShow_;

@@ -70,6 +70,17 @@ struct ConsoleOptions {
     bool list = false;
 };
 
+struct PlayOptions {
+    std::string input;
+    ChainArguments chain;
+    std::string device;
+    std::string range;
+    std::string block;
+    bool listDevices = false;
+    bool loop = false;
+    bool quiet = false;
+};
+
 struct ReplayOptions {
     std::string script;
     std::string input;
@@ -137,6 +148,7 @@ using Request = std::variant<HelpRequest,
                              DescribeOptions,
                              ProcessOptions,
                              GenerateOptions,
+                             PlayOptions,
                              ReplayOptions,
                              PresetListOptions,
                              PresetShowOptions,

@@ -10,6 +10,7 @@ int RunList(const ListOptions& options);
 int RunDescribe(const DescribeOptions& options);
 int RunProcess(const ProcessOptions& options);
 int RunGenerate(const GenerateOptions& options);
+int RunPlay(const PlayOptions& options);
 int RunReplayCommand(const ReplayOptions& options);
 int RunPresetList(const PresetListOptions& options);
 int RunPresetShow(const PresetShowOptions& options);

@@ -50,6 +50,7 @@ int Run(int argc, char** argv) {
                    [](const cli::DescribeOptions& o) { return cli::RunDescribe(o); },
                    [](const cli::ProcessOptions& o) { return cli::RunProcess(o); },
                    [](const cli::GenerateOptions& o) { return cli::RunGenerate(o); },
+                   [](const cli::PlayOptions& o) { return cli::RunPlay(o); },
                    [](const cli::ReplayOptions& o) { return cli::RunReplayCommand(o); },
                    [](const cli::PresetListOptions& o) { return cli::RunPresetList(o); },
                    [](const cli::PresetShowOptions& o) { return cli::RunPresetShow(o); },
