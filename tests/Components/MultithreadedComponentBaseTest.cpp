@@ -106,6 +106,54 @@ TEST(MultithreadedComponentBase, CarriesRateAndParametersOverToNewKernels) {
     EXPECT_EQ(effect->GetProcessors()[5].state, 0.0f);
 }
 
+/// An effect whose updates hold a mutex, as it wraps its processing.
+class GuardedEffect {
+public:
+    GuardedEffect() { effect_->Resume(); }
+    void Process(float** in, float** out, int frames) {
+        Flags flags;
+        ProcessOrSilence(mutex_, out, 2, frames,
+                         [&] { effect_->Process(in, out, frames, {}, flags); });
+    }
+    std::mutex& GetMutex() { return mutex_; }
+
+private:
+    boost::intrusive_ptr<Effect> effect_{new Effect};
+    std::mutex mutex_;
+};
+
+/// What comes during the update is not consumed: the next block goes on from where the last one ended.
+TEST(ProcessOrSilence, AnUpdateSilencesItsBlockOnly) {
+    for (const int frames : {64, 4096}) {
+        GuardedEffect updated;
+        GuardedEffect other;
+        for (int block = 0; block < 4; ++block) {
+            std::vector<float> in(static_cast<std::size_t>(frames));
+            for (std::size_t i = 0; i < in.size(); ++i)
+                in[i] = static_cast<float>((i * 7 + static_cast<std::size_t>(block)) % 11) - 5.0f;
+            std::vector<float> left(in.size(), 9.0f);
+            std::vector<float> right(in.size(), 9.0f);
+            float* from[] = {in.data(), in.data()};
+            float* to[] = {left.data(), right.data()};
+            if (block == 1) {
+                std::unique_lock update(updated.GetMutex());
+                // The audio thread; it would never come back if it waited.
+                std::thread([&] { updated.Process(from, to, frames); }).join();
+                EXPECT_EQ(left, std::vector<float>(in.size(), 0.0f));
+                EXPECT_EQ(right, left);
+                continue;
+            }
+            updated.Process(from, to, frames);
+            std::vector<float> expected(in.size());
+            std::vector<float> alike(in.size());
+            float* toOther[] = {expected.data(), alike.data()};
+            other.Process(from, toOther, frames);
+            EXPECT_EQ(left, expected) << "block " << block;
+            EXPECT_EQ(right, alike) << "block " << block;
+        }
+    }
+}
+
 TEST(ProcessOrSilence, NeverWaitsForAnUpdate) {
     std::mutex mutex;
     std::vector<float> samples(64, 0.5f);
