@@ -10,6 +10,9 @@ pkg_check_modules(PORTAUDIO REQUIRED IMPORTED_TARGET portaudio-2.0>=19)  # share
 find_package(CLI11 2.1 REQUIRED)                                # CLI11::CLI11
 find_package(fmt 9.1 REQUIRED)                                  # fmt::fmt
 find_package(nlohmann_json 3.11 REQUIRED)                       # nlohmann_json::nlohmann_json
+if(ZUC_LV2)
+  pkg_check_modules(LV2 REQUIRED IMPORTED_TARGET lv2>=1.18)         # PkgConfig::LV2, headers only
+endif()
 if(BUILD_TESTING)
   find_package(GTest 1.12 REQUIRED)                             # GTest::gmock GTest::gtest_main
 endif()

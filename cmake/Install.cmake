@@ -15,6 +15,15 @@ file(RELATIVE_PATH toLibrary /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set_target_properties(zuc_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibrary}")
 install(TARGETS zuc_cli DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# Hosts look for bundles in lib/lv2, whatever the machine calls its libraries' folder.
+if(TARGET zuc_lv2)
+  set(ZUC_LV2_DIR lib/lv2 CACHE STRING "Where the LV2 bundles are installed, below the prefix")
+  file(RELATIVE_PATH toLibrary /${ZUC_LV2_DIR}/zuc.lv2 /${CMAKE_INSTALL_LIBDIR})
+  set_target_properties(zuc_lv2 PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibrary}")
+  install(TARGETS zuc_lv2 LIBRARY DESTINATION ${ZUC_LV2_DIR}/zuc.lv2)
+  install(DIRECTORY ${CMAKE_BINARY_DIR}/lv2/ DESTINATION ${ZUC_LV2_DIR} FILES_MATCHING PATTERN "*.ttl")
+endif()
+
 install(EXPORT zucTargets NAMESPACE zuc:: DESTINATION ${package})
 configure_package_config_file(cmake/zucConfig.cmake.in zucConfig.cmake INSTALL_DESTINATION ${package})
 write_basic_package_version_file(zucConfigVersion.cmake COMPATIBILITY SameMinorVersion)

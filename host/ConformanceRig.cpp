@@ -133,7 +133,8 @@ std::vector<int> Rig::GetSoundParameters() const {
     for (int i = 0; i < filter_->GetParameterCount(); ++i) {
         const auto info = filter_->GetParameterInfo(i);
         if (info && (info->GetRole() == AudioFilterParameterRole::kControl ||
-                     info->GetRole() == AudioFilterParameterRole::kSwitch))
+                     info->GetRole() == AudioFilterParameterRole::kSwitch ||
+                     info->GetRole() == AudioFilterParameterRole::kCount))
             indices.push_back(i);
     }
     return indices;

@@ -27,6 +27,7 @@ enum class AudioFilterParameterInfoUnit : int {
 enum class AudioFilterParameterRole {
     kControl,       // shapes the sound
     kSwitch,        // shapes the sound; on from the middle of its range upwards
+    kCount,         // shapes the sound; its value is a whole number, others count as the nearest
     kLink,          // on or off; ties other parameters together while a person edits them
     kDisplay,       // stored for the user interface, changes no sample
     kFollowsLayout  // tells the channel count; setting it does nothing

@@ -315,7 +315,7 @@ KeyframeContainer::Connection KeyframeContainer::OnKeyframesChanged(
 }
 
 void KeyframeContainer::SendKeyframesChangedSignal(bool wholeCurve) {
-    if (!signals_->keyframesChanged.empty()) signals_->keyframesChanged(this, wholeCurve);
+    if (signals_->isWatched) signals_->keyframesChanged(this, wholeCurve);
 }
 
 }  // namespace zuc

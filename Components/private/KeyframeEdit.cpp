@@ -180,7 +180,7 @@ void KeyframeContainer::SetDefaultValue(float value) {
         state_.defaultValue = value;
         edit.MarkChanged();
     }
-    if (!signals_->defaultChanged.empty()) signals_->defaultChanged(this);
+    if (signals_->isWatched) signals_->defaultChanged(this);
 }
 
 void KeyframeContainer::EnableSplines(bool on) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include <boost/signals2/connection.hpp>
 #include <boost/signals2/signal.hpp>
 
@@ -35,9 +37,13 @@ private:
 struct KeyframeContainer::Signals {
     boost::signals2::signal<void(const KeyframeContainerPtr&)> defaultChanged;
     boost::signals2::signal<void(const KeyframeContainerPtr&, bool)> keyframesChanged;
+    /// Whether anybody ever listened: even asking a signal takes a lock, and without an editor a
+    /// parameter may change on the audio thread.
+    std::atomic<bool> isWatched{false};
 
     template <class Signal, class Listener>
-    static Connection Connect(Signal& signal, const Listener& listener) {
+    Connection Connect(Signal& signal, const Listener& listener) {
+        isWatched = true;
         return std::make_shared<boost::signals2::scoped_connection>(signal.connect(listener));
     }
 };

@@ -26,6 +26,8 @@ std::string_view GetRoleName(AudioFilterParameterRole role) {
             return "control";
         case AudioFilterParameterRole::kSwitch:
             return "switch";
+        case AudioFilterParameterRole::kCount:
+            return "count";
         case AudioFilterParameterRole::kLink:
             return "link";
         case AudioFilterParameterRole::kDisplay:

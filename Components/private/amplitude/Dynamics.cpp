@@ -38,7 +38,7 @@ constexpr std::array kParameters{
     ParameterRow{Dynamics::kLowCutoffHz,    "$$$/Effects/Dynamics/LowCutoff=Low Cutoff",                                   "Hz", Kind::kLinear, kLowestCutoffHz, kAssumedRateHz / 2, kLowestCutoffHz, false},
     ParameterRow{Dynamics::kHighCutoffHz,   "$$$/Effects/Dynamics/HighCutoff=High Cutoff",                                 "Hz", Kind::kLinear, kLowestCutoffHz, kAssumedRateHz / 2, kAssumedRateHz / 2, false},
     ParameterRow{Dynamics::kLockFilter,     "$$$/Effects/Dynamics/LockFilter=Lock Filter",                                 "",   Kind::kLinear, 0,    1,      0,      false, Role::kDisplay},
-    ParameterRow{Dynamics::kXYCount,        "$$$/Effects/Dynamics/XYCount=Number of X/Y Pairs", "$$$/Effects/Dynamics/pairs=pairs", Kind::kLinear, 0, 7,   3,      false},
+    ParameterRow{Dynamics::kXYCount,        "$$$/Effects/Dynamics/XYCount=Number of X/Y Pairs", "$$$/Effects/Dynamics/pairs=pairs", Kind::kLinear, 0, 7,   3,      false, Role::kCount},
     ParameterRow{Dynamics::kLinkChannels,   "$$$/Effects/Dynamics/LinkChannels=Link Channels",                             "",   Kind::kBool,   0,    1,      0,      true,  Role::kControl, {}, "$$$/Effects/Dynamics/On=On", "$$$/Effects/Dynamics/Off=Off"},
     ParameterRow{Dynamics::kPeakRms,        "$$$/Effects/Dynamics/PeakRMS=Peak/RMS",                                       "",   Kind::kBool,   0,    1,      1,      true,  Role::kControl, {}, "$$$/Effects/Dynamics/On=On", "$$$/Effects/Dynamics/Off=Off"},
     ParameterRow{Dynamics::kEnvelopeOnly,   "$$$/Effects/Dynamics/EnvelopeOnly=Envelope Only",                             "",   Kind::kLinear, 0,    1,      0,      false, Role::kSwitch},

@@ -19,7 +19,7 @@ constexpr double kTailDb = 90.0;
 
 // clang-format off
 constexpr std::array<ParameterRow, Chorus::kParameterCount> kParameters{{
-    {Chorus::kVoices,       "$$$/Effects/Chorus/Voices=Voices",              "",       Kind::kLinear,       1,     8,     4,     false, Role::kControl, {}, {}, {}, 0},
+    {Chorus::kVoices,       "$$$/Effects/Chorus/Voices=Voices",              "",       Kind::kLinear,       1,     8,     4,     false, Role::kCount, {}, {}, {}, 0},
     {Chorus::kDelay,        "$$$/Effects/Chorus/Delay=Delay",                "ms",     Kind::kLinear,       1,     60,    14,    true},
     {Chorus::kDelaySpread,  "$$$/Effects/Chorus/DelaySpread=Delay Spread",   "ms",     Kind::kLinear,       0,     30,    6,     true},
     {Chorus::kDepth,        "$$$/Effects/Chorus/Depth=Depth",                "$$$/Effects/Chorus/Cents=cents", Kind::kLinear,       0,     100,   12,    true},
