@@ -227,7 +227,7 @@ class Checks:
             presets = self.work / "presets.txt"
             presets.write_text("\n".join(plugin["presets"]))
             output = run("ardour7-lua", script, folder, plugin["uri"], str(plugin["channels"]), presets)
-            facts = re.findall(r"^(\w+)\t(.*)$", output, re.M)
+            facts = re.findall(r"^(\w+)\s(.*)$", output, re.M)
             seen = dict(facts)
             self.expect((seen.get("added"), seen.get("maker")) == ("0", "the zuc authors"), output)
             self.expect(seen.get("latency") == str(self.latency(plugin)), f"{plugin['uri']}: {seen}")
