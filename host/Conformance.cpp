@@ -10,6 +10,7 @@
 
 #include "Components/Chorus.h"
 #include "Components/Echo.h"
+#include "Components/MusicRetarget.h"
 #include "Components/ParametricEqualizer.h"
 #include "host/ConformanceOffline.h"
 #include "host/ConformanceRig.h"
@@ -545,6 +546,8 @@ constexpr std::array kExceptions{
     ExceptionRow{components::kEchoComponentID, "clicks", "the equalizer's band gains change at once, by contract; delays, feedback and levels have a test of their own"},
     ExceptionRow{components::kParametricEqualizerComponentID, "real-time-long-blocks", "long blocks are spread over the processors, and the audio thread waits for them, by contract"},
     ExceptionRow{components::kChorusComponentID, "real-time-resume", "Resume subscribes to the effect thread pool, which may start a worker, by contract"},
+    ExceptionRow{components::kMusicRetargetComponentID, "offline-run", "a remix is as long as its target, up to a day, and noise is no music; it has tests of its own"},
+    ExceptionRow{components::kMusicRetargetComponentID, "offline-faults", "the same, and a writer that takes nothing 100 times ends the run, by contract"},
 };
 // clang-format on
 

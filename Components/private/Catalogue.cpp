@@ -9,6 +9,7 @@
 #include "Components/Echo.h"
 #include "Components/FadeEnvelope.h"
 #include "Components/GainEnvelope.h"
+#include "Components/MusicRetarget.h"
 #include "Components/Noise.h"
 #include "Components/ParametricEqualizer.h"
 #include "Components/VolumeEnvelope.h"
@@ -34,6 +35,7 @@ constexpr std::array kCatalogue{
     CatalogueEntry{kEchoComponentID,           "$$$/AudioComponents/EchoTitle=Echo",                      Category::kDelayReverb, Create<Echo>},
     CatalogueEntry{kChorusComponentID,         "$$$/AudioComponents/ChorusTitle=Chorus",                  Category::kModulation,  Create<Chorus>},
     CatalogueEntry{kNoiseComponentID,          "$$$/AudioComponents/NoiseTitle=Generate Noise",           Category::kGenerator,   Create<Noise>},
+    CatalogueEntry{kMusicRetargetComponentID,  "$$$/AudioComponents/MusicRetargetTitle=Remix",            Category::kRemix,       Create<MusicRetarget>},
 };
 // clang-format on
 

@@ -10,6 +10,7 @@
 
 #include "kraaudiodsp/IntraClipParam.h"
 #include "kracore/Console.h"
+#include "kracore/DebugDatabase.h"
 #include "kracore/Numbers.h"
 
 namespace zuc {
@@ -130,6 +131,41 @@ public:
     }
 };
 
+/// What a value of a setting has to be.
+enum class SettingKind { kInteger, kBool };
+
+/// One setting of Remix, kept in the debug database; the next run takes it up.
+template <const char16_t* Name, SettingKind Kind>
+class RemixSetting final : public Command {
+public:
+    void Execute(const std::vector<WStr>& arguments, OutputStream& out) override {
+        using kracore::debug::DebugDatabase;
+        const auto before = DebugDatabase::Get(Name);
+        if (arguments.size() == 1 && arguments.front() == u"default") {
+            DebugDatabase::Remove(Name);
+        } else if (arguments.size() == 1) {
+            DebugDatabase::Set(Name, arguments.front());
+            if (!IsValid()) {
+                before ? DebugDatabase::Set(Name, *before) : DebugDatabase::Remove(Name);
+                out << u"Invalid value\n";
+                return;
+            }
+        }
+        out << Name << u" = " << DebugDatabase::Get(Name).value_or(u"default") << u"\n";
+    }
+
+private:
+    static bool IsValid() {
+        using kracore::debug::DebugDatabase;
+        if (Kind == SettingKind::kBool) return DebugDatabase::GetBool(Name).has_value();
+        return DebugDatabase::GetInteger(Name).value_or(0) > 0;
+    }
+};
+
+constexpr char16_t kRemixSampleRate[] = u"Remix.Samplerate";
+constexpr char16_t kRemixAvoidLoops[] = u"Remix.AvoidLoops";
+constexpr char16_t kRemixSourceSeparation[] = u"Remix.SourceSeperation";
+
 struct CommandRow {
     const char16_t* name;
     const char16_t* help;
@@ -150,6 +186,14 @@ constexpr std::array kCommands{
     CommandRow{u"SetTimeStretchPreviewQ",
                u"SetTimeStretchPreviewQ - Sets time stretch preview Q - 10, 11, or 12",
                Create<SetTimeStretchPreviewQ>},
+    CommandRow{kRemixSampleRate,
+               u"Remix.Samplerate - Sets the sample rate of the analysis in Hz; or default",
+               Create<RemixSetting<kRemixSampleRate, SettingKind::kInteger>>},
+    CommandRow{kRemixAvoidLoops, u"Remix.AvoidLoops - Avoids playing one loop again and again",
+               Create<RemixSetting<kRemixAvoidLoops, SettingKind::kBool>>},
+    CommandRow{kRemixSourceSeparation,
+               u"Remix.SourceSeperation - Takes harmonies from sustained sounds only",
+               Create<RemixSetting<kRemixSourceSeparation, SettingKind::kBool>>},
 };
 
 }  // namespace

@@ -68,18 +68,23 @@ private:
 
 bool OfflineJob::Run::IsCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
 
+long OfflineJob::Run::GetChannelCount() const { return reader_ ? reader_->GetChannelCount() : 0; }
+
 bool OfflineJob::Run::Read(float** destination, long channels, std::int64_t position, long frames) {
     return reader_ && !IsCancelled() && reader_->GetAudio(destination, channels, position, frames);
 }
 
-bool OfflineJob::Run::Write(const float* const* source, long frames) {
+bool OfflineJob::Run::Write(const float* const* source, long frames, int mostRefusals) {
     using Clock = std::chrono::steady_clock;
     constexpr auto kShortestWait = std::chrono::milliseconds(1);
+    int refusals = 0;
     for (long done = 0; done < frames;) {
         if (IsCancelled()) return false;
         const auto before = Clock::now();
         const long taken = writer_->PutAudio(source, 0, done, frames - done);
         done += std::clamp(taken, 0L, frames - done);
+        refusals = taken > 0 ? 0 : refusals + 1;
+        if (mostRefusals > 0 && refusals >= mostRefusals) return false;
         // A writer that refuses without having waited must not keep a processor busy.
         if (taken <= 0 && Clock::now() - before < kShortestWait)
             std::this_thread::sleep_for(kShortestWait);

@@ -25,13 +25,15 @@ public:
     /// What the work sees of its run. Reader and writer stay those of the start.
     class Run {
     public:
-        bool IsCancelled() const;  // [worker]
+        bool IsCancelled() const;      // [worker]
+        long GetChannelCount() const;  // of the reader, 0 without one [worker]
+        long GetWriterChannelCount() const { return writer_->GetChannelCount(); }  // [worker]
         /// Fills `destination` with source audio; false when the reader failed or there is none. Deliberate: a
         /// false answer must end the work, the destination is undefined. [worker]
         bool Read(float** destination, long channels, std::int64_t position, long frames);
-        /// Puts all of it, however little the writer takes at a time; false when the run was cancelled or
-        /// there is no open writer. [worker]
-        bool Write(const float* const* source, long frames);
+        /// Puts all of it, however little the writer takes at a time; false when the run was cancelled, or
+        /// the writer took nothing `mostRefusals` times in a row (0: it may do so for ever). [worker]
+        bool Write(const float* const* source, long frames, int mostRefusals = 0);
         /// 0 to 1. [worker]
         void ReportProgress(double fraction);
 

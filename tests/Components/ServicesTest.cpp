@@ -81,6 +81,27 @@ TEST_F(ServicesTest, ConsoleSetsThePreviewQuality) {
     EXPECT_FALSE(kracore::console::CommandRegistry::Execute(u"  ", out));
 }
 
+TEST_F(ServicesTest, ConsoleKeepsRemixSettings) {
+    struct Row {
+        const char* line;
+        const char* reply;
+    };
+    for (const Row& row :
+         {Row{"Remix.Samplerate", "Remix.Samplerate = default\n"},
+          Row{"Remix.Samplerate 11025", "Remix.Samplerate = 11025\n"},
+          Row{"Remix.Samplerate fast", "Invalid value\n"},
+          Row{"Remix.Samplerate 0", "Invalid value\n"},
+          Row{"Remix.Samplerate", "Remix.Samplerate = 11025\n"},
+          Row{"Remix.Samplerate default", "Remix.Samplerate = default\n"},
+          Row{"Remix.AvoidLoops true", "Remix.AvoidLoops = true\n"},
+          Row{"Remix.AvoidLoops 3", "Invalid value\n"},
+          Row{"Remix.AvoidLoops default", "Remix.AvoidLoops = default\n"},
+          Row{"Remix.SourceSeperation off", "Remix.SourceSeperation = off\n"},
+          Row{"Remix.SourceSeperation default", "Remix.SourceSeperation = default\n"}})
+        EXPECT_EQ(Reply(row.line), row.reply) << row.line;
+    EXPECT_EQ(kracore::debug::DebugDatabase::Get(u"Remix.Samplerate"), std::nullopt);
+}
+
 TEST(DebugDatabase, ReadsNumbersAndSwitches) {
     using kracore::debug::DebugDatabase;
     EXPECT_EQ(DebugDatabase::GetInteger(u"Test.Rate"), std::nullopt);

@@ -10,7 +10,7 @@ namespace {
 
 TEST(LogFade, BendsHaveTheAskedHeightAndAreMirrored) {
     EXPECT_EQ(GetLogVerticalModifier(0.5), 0.0);
-    EXPECT_NEAR(GetLogVerticalModifier(kDefaultFadeShapeValue), 5.5737762, 1e-6);
+    EXPECT_NEAR(GetLogVerticalModifier(kEqualPowerFadeShapeValue), 5.5737762, 1e-6);
     EXPECT_EQ(GetLogVerticalModifier(0.0), GetLogVerticalModifier(0.05));
     EXPECT_EQ(GetLogVerticalModifier(1.0), GetLogVerticalModifier(0.95));
     for (int step = 0; step <= 72; ++step) {
@@ -35,18 +35,23 @@ TEST(LogFade, BendsHaveTheAskedHeightAndAreMirrored) {
 
 TEST(LogFade, ComplementaryFadesKeepThePower) {
     struct Row {
-        double bend;
+        double height;
+        double correlation;  // of the two sounds
         double lowestDb;
         double highestDb;
     };
-    for (const Row& row : {Row{GetLogVerticalModifier(kDefaultFadeShapeValue), -0.163, 0.0001},
-                           Row{6.408, -0.1222, 0.1222}}) {
+    for (const Row& row :
+         {Row{kEqualPowerFadeShapeValue, 0.0, -0.163, 0.0001}, Row{0.7171, 0.0, -0.1223, 0.1223},
+          Row{kDefaultFadeShapeValue, 0.0, -1.5, 0.0}, Row{kDefaultFadeShapeValue, 0.35, -0.5, 0.0},
+          Row{kDefaultFadeShapeValue, 0.9, 0.0, 1.4}}) {
+        const double bend = GetLogVerticalModifier(row.height);
         for (int i = 0; i <= 10'000; ++i) {
-            const double in = CalculateLogFadeValue(i / 1e4, row.bend);
-            const double out = CalculateLogFadeValue(1.0 - i / 1e4, row.bend);
-            const double db = 10.0 * std::log10(in * in + out * out);
-            ASSERT_GE(db, row.lowestDb) << row.bend << " at " << i;
-            ASSERT_LE(db, row.highestDb) << row.bend << " at " << i;
+            const double in = CalculateLogFadeValue(i / 1e4, bend);
+            const double out = CalculateLogFadeValue(1.0 - i / 1e4, bend);
+            const double db =
+                10.0 * std::log10(in * in + out * out + 2.0 * row.correlation * in * out);
+            ASSERT_GE(db, row.lowestDb) << row.height << " at " << i;
+            ASSERT_LE(db, row.highestDb) << row.height << " at " << i;
         }
     }
 }

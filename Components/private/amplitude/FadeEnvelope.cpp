@@ -16,7 +16,7 @@ namespace {
 /// Fades are taken up anew at multiples of so many frames.
 constexpr std::int64_t kLineFrames = 256;
 constexpr float kStraightBend = 1e-4f;  // of the logarithmic shape; 1e-5 from the line at most
-constexpr auto kDefaultBend = static_cast<float>(dsp::kDefaultFadeShapeValue);
+constexpr auto kDefaultBend = static_cast<float>(dsp::kEqualPowerFadeShapeValue);
 constexpr unsigned long kCurveType = 1;
 
 // clang-format off

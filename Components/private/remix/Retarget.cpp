@@ -62,6 +62,8 @@ const char* DescribeResult(RetargetResult result) {
                    "loop or a longer source range may help";
         case RetargetResult::kOutOfMemory:
             return "the song or the target is too long for the memory";
+        case RetargetResult::kNoSampleRate:
+            return "the sample rate is not known";
     }
     return "";
 }
@@ -104,19 +106,21 @@ std::size_t Retarget::GetPositionCount(double targetSeconds) const {
 }
 
 std::vector<RetargetRange> Retarget::MakeRanges(const std::vector<std::size_t>& path,
+                                                const TransitionMatrix& transition,
                                                 const RetargetOptions& options) const {
     const SongAnalysis& song = song_->GetAnalysis();
     const std::vector<double>& times = song.beatTimes;
     const SourceRange source = GetSourceRange(options, song.durationSeconds);
     std::vector<RetargetRange> ranges;
     RetargetRange current{options.startAtBeginning ? source.start : times[path.front()], 0,
-                          song.beatPeriodSeconds};
+                          song.beatPeriodSeconds, 0};
     for (std::size_t t = 0; t + 1 < path.size(); ++t) {
         const std::size_t next = path[t] + 1;
         if (path[t + 1] == next) continue;
         current.end = next < times.size() ? times[next] : song.durationSeconds;
         ranges.push_back(current);
         current.start = times[path[t + 1]];
+        current.joinCost = transition.Row(path[t])[path[t + 1]];
     }
     current.end = options.endAtEnd ? source.end : times[path.back()];
     ranges.push_back(current);
@@ -133,13 +137,15 @@ RetargetResult Retarget::Search(double targetSeconds,
     if (song.beatTimes.size() < 2 || !(song.gridStepSeconds > 0)) return RetargetResult::kNoBeats;
     TransitionMatrix transition(song.beatTimes.size());
     PlacementMatrix placement(song.beatTimes.size(), GetPositionCount(targetSeconds));
-    for (const auto& constraint : constraints)
+    for (const auto& constraint : constraints) {
+        if (progress && !progress(0)) return RetargetResult::kCancelled;
         constraint->Apply(transition, placement, *this, song.beatTimes, frames);
+    }
     if (!AreCosts(transition, placement)) return RetargetResult::kBadCosts;
     const BeatPath path = FindCheapestPath(transition, placement, options.avoidLoops, progress);
     if (path.isCancelled) return RetargetResult::kCancelled;
     if (path.cost == kInfinity) return RetargetResult::kInfeasible;
-    ranges = MakeRanges(path.beats, options);
+    ranges = MakeRanges(path.beats, transition, options);
     return RetargetResult::kDone;
 } catch (const std::bad_alloc&) {
     return RetargetResult::kOutOfMemory;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "Components/MusicRetargetResults.h"
 #include "Components/Song.h"
 #include "Components/private/remix/Constraints.h"
 
@@ -28,20 +29,8 @@ struct RetargetRange {
     double start = 0;
     double end = 0;
     double crossfade = 0;  // leads into this range
+    double joinCost = 0;   // of jumping to this range
 };
-
-/// How a search ended.
-enum class RetargetResult : int {
-    kDone = 0,
-    kCancelled,
-    kNoBeats,     // fewer than two beats
-    kBadCosts,    // a cost is not a number or -infinity
-    kInfeasible,  // every sequence of beats is forbidden
-    kOutOfMemory,
-};
-
-/// The result as a sentence for people. [any]
-const char* DescribeResult(RetargetResult result);
 
 /// Finds the ranges of a song that, played one after the other, last as long as wanted: one source beat
 /// for every beat of the output, by least cost.
@@ -70,6 +59,7 @@ public:
 
 private:
     std::vector<RetargetRange> MakeRanges(const std::vector<std::size_t>& path,
+                                          const TransitionMatrix& transition,
                                           const RetargetOptions& options) const;
 
     std::shared_ptr<const Song> song_;
