@@ -21,6 +21,9 @@ namespace zuc::components {
 /// The effect's Guid as text.
 inline constexpr char16_t kMusicRetargetComponentID[] = u"21C9C5EB-8D2A-4D73-92EB-16DC966990C4";
 
+/// The longest target, in seconds.
+inline constexpr double kLongestRemixSeconds = 86400.0;
+
 /// Holds the analysed song; shared by an effect and its clones. The song inside is replaced whole.
 class ZUC_API MusicRetargetData : public virtual kracore::utility::RefCountedObject {
 public:
@@ -83,6 +86,8 @@ public:
     int OfflineProcess(float**, float**, int, int, int) override { return 0; }  // [host]
     bool OfflineProcessFinished() override;                                     // [any]
     void SetSampleRate(float rateHz) override;                                  // [host]
+    /// Copies; what is not finite becomes 0. [audio]
+    void Process(float** in, float** out, int frames, Flags inFlags, Flags& outFlags) override;
     /// Converts with the description, then clamps to the bounds. [host]
     void SetParameter(int index, float normalized) override;
     /// Within the results and the analysis, which are shared; the parameters are copied. [host]

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Components/MusicRetarget.h"
 #include "Components/ParameterInfos.h"
 #include "host/Error.h"
 #include "host/Text.h"
@@ -64,6 +65,14 @@ std::string MakeSlug(const AudioFilterParameterInfo& info) {
     return slug;
 }
 
+/// The label as it stands, except that Remix counts its times in seconds although their label is "ms".
+std::string GetUnit(const kraaudiofilterhost::AudioFilter& filter,
+                    const AudioFilterParameterInfo& info) {
+    const bool isRemix = filter.GetComponentID() == components::kMusicRetargetComponentID;
+    const bool isTime = info.GetUnit() == kraaudiofilterhost::AudioFilterParameterInfoUnit::kTime;
+    return isRemix && isTime ? "s" : ToUtf8(info.GetLabel());
+}
+
 /// "gain" of "gain.1"; the slug itself when it has no number.
 std::string_view GetStem(std::string_view slug) { return slug.substr(0, slug.find('.')); }
 
@@ -97,7 +106,7 @@ std::vector<Parameter> GetParameters(const kraaudiofilterhost::AudioFilter& filt
         parameter.index = index;
         parameter.slug = MakeSlug(*info);
         parameter.name = ToUtf8(info->GetName());
-        parameter.unit = ToUtf8(info->GetLabel());
+        parameter.unit = GetUnit(filter, *info);
         parameter.lo = info->FromNormalized(0.0f);
         parameter.hi = info->FromNormalized(1.0f);
         parameter.normalized = filter.GetParameter(index);

@@ -7,6 +7,7 @@
 #include <fmt/core.h>
 #include <CLI/CLI.hpp>
 
+#include "HelpTexts.h"
 #include "host/Faults.h"
 #include "host/Text.h"
 
@@ -23,97 +24,6 @@ struct Command {
     std::vector<std::pair<std::string, const std::string*>> required;  // name as shown, value
 };
 
-constexpr const char* kExamples =
-    "Examples:\n"
-    "  zuc list                                     show every effect\n"
-    "  zuc describe amplify                         show its parameters and presets\n"
-    "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
-    "  zuc process in.wav out.flac -e 'amplify:preset=+3dB Boost' --on-clip limit\n"
-    "  cat in.wav | zuc process - - -e amplify:gain=3dB | aplay\n"
-    "  zuc generate noise pink.wav --duration 10s   make sound from nothing\n"
-    "  zuc demo                                     hear what it does\n"
-    "\n"
-    "'zuc COMMAND --help' tells more about a command.";
-
-constexpr const char* kProcessExamples =
-    "An effect is NAME or NAME:SETTING=VALUE,SETTING=VALUE… or @chain.json:\n"
-    "  -e amplify:gain=-6dB              all channels\n"
-    "  -e amplify:gain.1=-6dB,gain.2=0   channel by channel\n"
-    "  -e 'amplify:preset=+3dB Boost'    a preset, of the effect or saved by you\n"
-    "Values carry units (-6dB, 348.8ms, 0.35s, 1.2kHz, 64%, on, off); without one they are in the\n"
-    "parameter's own unit. 'zuc describe EFFECT' shows the settings.\n"
-    "A curve moves a parameter along points of time, counted from the start of the file, in "
-    "straight\n"
-    "lines in the parameter's own unit:\n"
-    "  -a echo.decay-left:0s=64%,5s=20%\n"
-    "  -a 'amplify.gain:0=-6dB hold,1:30=0dB'   hold: until the next point\n"
-    "  -a echo#2.echo-level-left:@level.csv     of the second echo; rows time,value[,hold]\n"
-    "  -a gain-envelope.curve:0s=0dB,2s=-12dB   the curve of an envelope effect\n"
-    "\n"
-    "Examples:\n"
-    "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
-    "  zuc process in.wav out.flac --bits 16 --on-clip limit -e amplify:gain=+12dB\n"
-    "  zuc process music.wav ducked.wav --sidechain voice.wav -e 'dynamics:preset=Smooth Vocal'\n"
-    "  zuc process in.wav part.wav --range 0:30..1:00          cut a part\n"
-    "  zuc process in.wav out.wav --chain voice.json --tail 2  two seconds behind the end\n"
-    "  zuc process - - --format flac -e amplify < in.wav > out.flac\n"
-    "\n"
-    "The output begins where the input does, whatever the latency of the effects. It appears whole "
-    "or\n"
-    "not at all. Exit codes: 0 done, 1 processing, 2 usage, 3 input, 4 output, 6 clipped,\n"
-    "130 and 143 interrupted.";
-
-constexpr const char* kGenerateExamples =
-    "'zuc describe GENERATOR' shows its settings and presets.\n"
-    "\n"
-    "Examples:\n"
-    "  zuc generate noise pink.wav --duration 10s\n"
-    "  zuc generate noise hiss.flac 'preset=Hiss 4k-20k' seed=7 --bits 24 --channels 1\n"
-    "  zuc generate noise room.wav color=brown level=-30dB -e 'echo:preset=Spooky' --rate 44.1k\n"
-    "  zuc generate noise - --format wav --bits 16 --duration 1:30 | aplay\n"
-    "The same seed from 1 up gives the same file each time.";
-
-constexpr const char* kPlayExamples =
-    "While it plays, lines on standard input change it:\n"
-    "  echo.decay-left 40%        a parameter; echo#2.decay-left of the second echo\n"
-    "  echo.preset Spooky         a preset\n"
-    "  status, help, quit\n"
-    "\n"
-    "Examples:\n"
-    "  zuc play song.flac -e echo:preset=Spooky\n"
-    "  zuc play drums.wav --loop -e chorus -e parametric-equalizer\n"
-    "  zuc play --list-devices";
-
-constexpr const char* kReplayExamples =
-    "SCRIPT.json: {\"effect\": \"Amplify\", \"rate\": 48000, \"channels\": 2, \"events\": [\n"
-    "  {\"op\": \"param\", \"index\": 2, \"n\": 0.7}, {\"op\": \"resume\"},\n"
-    "  {\"op\": \"process\", \"frames\": 4800, \"block\": 256}, {\"op\": \"get\", \"index\": 0}]}\n"
-    "Operations: rate, channels, param, preset, begin, end, resume, suspend, process, get, "
-    "latency,\n"
-    "name, curve. The output is 32-bit float: exactly the processed frames, latency included.\n"
-    "\n"
-    "Example:\n"
-    "  zuc replay script.json in.wav out.wav --log answers.json";
-
-constexpr const char* kPlotExamples =
-    "Kinds:\n"
-    "  beats      waveform, onsets and beats of a file, and which beats sound alike\n"
-    "  impulse    what comes out for one impulse in each channel, over time\n"
-    "  response   magnitude over frequency, from the impulse\n"
-    "  transfer   output level over input level, of an effect with such a curve\n"
-    "  gain       waveform, levels and gain of a recording over time\n"
-    "  curve      parameters that -a moves and curves of envelopes, over time\n"
-    "  waveform   the samples of audio files\n"
-    "\n"
-    "Examples:\n"
-    "  zuc plot transfer -e 'dynamics:preset=Classic Soft Knee' -o knee.svg\n"
-    "  zuc plot gain voice.wav -e 'dynamics:preset=Smooth Vocal' -o gain.png\n"
-    "  zuc plot impulse -e echo:preset=Spooky -o spooky.svg\n"
-    "  zuc plot response -e echo:echo-bounce=on --length 2 -o response.png\n"
-    "  zuc plot curve -e echo -a echo.decay-left:0s=64%,5s=20% -o curve.svg\n"
-    "  zuc plot beats song.wav -o beats.svg\n"
-    "  zuc plot waveform in.wav out.wav -o both.png";
-
 class Parser {
 public:
     Parser() : app_("zuc: audio effects for files, pipes and scripts", "zuc") {
@@ -129,6 +39,7 @@ public:
         AddReplay();
         AddPreset();
         AddBeats();
+        AddRemix();
         AddPlot();
         AddDoctor();
         AddConsole();
@@ -355,14 +266,61 @@ private:
         command.required = {{"IN", &o.input}};
     }
 
+    void AddRemix() {
+        Command& command =
+            AddCommand(app_, "remix", "Make a piece of music last as long as you want", remix_);
+        RemixOptions& o = remix_;
+        CLI::App& app = *command.app;
+        app.add_option("IN", o.input, "Audio file with the music");
+        app.add_option("OUT", o.output, "Audio file to write; %T in its name is the target");
+        app.add_option("--to", o.to, "How long: 2:37, or several: 2:37,0:30");
+        app.add_option("--percent", o.percent, "The same in percent of the song: 60, or 60,150");
+        app.add_flag("--no-start", o.noStart, "It need not begin as the song begins");
+        app.add_flag("--no-end", o.noEnd, "It need not end as the song ends");
+        app.add_option("--slack", o.slack, "Seconds that the end may be off, 0 to 30 (5)");
+        app.add_option("--min-loop", o.minLoop, "Beats that a jump back goes at least (8)");
+        app.add_option("--timbre", o.timbre, "Weight of alike sound at the joins, 0 to 5 (1)");
+        app.add_option("--chroma", o.chroma, "Weight of alike harmony at the joins, 0 to 5 (1)");
+        app.add_option("--edits", o.edits,
+                       "short (many jumps near by), long (few, anywhere) or 0 to 1 (long)");
+        app.add_flag("--avoid-loops,!--allow-loops", o.avoidLoops,
+                     "Do not play one loop again and again (on)");
+        app.add_option("--source", o.source, "Part of the song that may be used: A..B");
+        app.add_flag("--at-least", o.atLeast, "Never shorter than the target");
+        app.add_flag("--at-most", o.atMost, "Never longer than the target");
+        app.add_flag("--exact", o.exact, "As long as the target to the sample, with a fade");
+        AddRemixFiles(app, o);
+        AddTalk(app, o.talk);
+        app.footer(kRemixExamples);
+        command.required = {{"IN", &o.input}};
+    }
+
+    static void AddRemixFiles(CLI::App& app, RemixOptions& o) {
+        app.add_option("--plan-out", o.planOut, "Write the ranges that are played, JSON");
+        app.add_option("--plan", o.plan, "Play such a file; nothing is analysed or searched");
+        app.add_option("--stems", o.stems,
+                       "Folder of tracks of the same song; the same is made of each, in OUT-stems");
+        app.add_option("--remap", o.remap, "Labels (.txt) or subtitles (.srt, .vtt) to move along");
+        app.add_option("--labels", o.labels, "Write where each range comes from, as labels");
+        app.add_option("--preview-joins", o.previews, "Folder for a short file of every join");
+        app.add_option("--report", o.report, "Write a page to look at and listen to, .html");
+        app.add_option("--bits", o.bits, "Depth of the output: 16, 24, 32 or float");
+        app.add_option("--format", o.format, "Format of the output, if its name does not tell");
+        app.add_flag("-y,--yes", o.overwrite, "Replace an existing output");
+        app.add_flag("-n,--no-overwrite", o.keepExisting, "Never replace an existing output");
+        app.add_flag("--no-cache", o.noCache, "Neither use nor keep earlier results");
+    }
+
     void AddPlot() {
         Command& command =
             AddCommand(app_, "plot", "Draw what effects do, or beats, as SVG or PNG", plot_);
         PlotOptions& o = plot_;
         CLI::App& app = *command.app;
         app.add_option("KIND", o.kind,
-                       "beats, impulse, response, transfer, gain, curve or waveform");
-        app.add_option("IN", o.inputs, "Of beats and gain: audio file; of waveform: one or more");
+                       "beats, remix, impulse, response, transfer, gain, curve or waveform");
+        app.add_option("IN", o.inputs,
+                       "Of beats and gain: audio file; of remix: audio file and plan; of "
+                       "waveform: one or more");
         AddChain(app, o.chain);
         app.add_option("-o,--output", o.output,
                        "Picture to write, .svg or .png; replaced if there");
@@ -421,6 +379,7 @@ private:
     PresetShowOptions presetShow_;
     PresetSaveOptions presetSave_;
     BeatsOptions beats_;
+    RemixOptions remix_;
     PlotOptions plot_;
     DoctorOptions doctor_;
     ConsoleOptions console_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -114,6 +115,38 @@ struct BeatsOptions {
     bool noCache = false;
 };
 
+struct RemixOptions {
+    std::string input;
+    std::string output;
+    std::string to;       // "2:37,0:30"
+    std::string percent;  // "60,150"
+    bool noStart = false;
+    bool noEnd = false;
+    std::string slack;
+    std::string minLoop;
+    std::string timbre;
+    std::string chroma;
+    std::string edits;
+    std::optional<bool> avoidLoops;
+    std::string source;
+    bool atLeast = false;
+    bool atMost = false;
+    bool exact = false;
+    std::string planOut;
+    std::string plan;
+    std::string stems;
+    std::string remap;
+    std::string labels;
+    std::string previews;
+    std::string report;
+    std::string bits;
+    std::string format;
+    bool overwrite = false;
+    bool keepExisting = false;
+    bool noCache = false;
+    TalkOptions talk;
+};
+
 struct PlotOptions {
     std::string kind;
     std::vector<std::string> inputs;
@@ -154,6 +187,7 @@ using Request = std::variant<HelpRequest,
                              PresetShowOptions,
                              PresetSaveOptions,
                              BeatsOptions,
+                             RemixOptions,
                              PlotOptions,
                              DoctorOptions,
                              ConsoleOptions,

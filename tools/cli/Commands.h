@@ -16,6 +16,7 @@ int RunPresetList(const PresetListOptions& options);
 int RunPresetShow(const PresetShowOptions& options);
 int RunPresetSave(const PresetSaveOptions& options);
 int RunBeats(const BeatsOptions& options);
+int RunRemix(const RemixOptions& options);
 int RunPlot(const PlotOptions& options);
 int RunDoctor(const DoctorOptions& options);
 int RunConsole(const ConsoleOptions& options);

@@ -56,6 +56,7 @@ int Run(int argc, char** argv) {
                    [](const cli::PresetShowOptions& o) { return cli::RunPresetShow(o); },
                    [](const cli::PresetSaveOptions& o) { return cli::RunPresetSave(o); },
                    [](const cli::BeatsOptions& o) { return cli::RunBeats(o); },
+                   [](const cli::RemixOptions& o) { return cli::RunRemix(o); },
                    [](const cli::PlotOptions& o) { return cli::RunPlot(o); },
                    [](const cli::DoctorOptions& o) { return cli::RunDoctor(o); },
                    [](const cli::ConsoleOptions& o) { return cli::RunConsole(o); },

@@ -12,6 +12,7 @@
 #include "host/Faults.h"
 #include "host/Figure.h"
 #include "host/GainPlot.h"
+#include "host/RemixPicture.h"
 #include "host/ResponsePlot.h"
 #include "host/Text.h"
 #include "host/TimeRange.h"
@@ -89,11 +90,21 @@ host::Figure DrawBeats(const PlotJob& job) {
     return host::PlotBeats(job.files.front(), song);
 }
 
+void SaveRemix(const PlotJob& job, const std::string& path) {
+    if (job.files.size() < 2)
+        throw Error(ExitCode::kUsage, "plot remix: the plan is missing", "",
+                    "for example zuc plot remix song.wav plan.json -o remix.svg");
+    const InterruptibleJob interruptible;
+    host::PlotRemix(job.files[0], job.files[1], &GetInterruption()).Save(path);
+}
+
 struct PlotKind {
     const char* name = "";
     host::Figure (*draw)(const PlotJob& job) = nullptr;
     std::size_t mostFiles = 0;  // none are needed when it is 0
     bool needsEffects = true;
+    /// Of pictures that are no figure with axes.
+    void (*save)(const PlotJob& job, const std::string& path) = nullptr;
 };
 constexpr std::array kKinds{
     PlotKind{"impulse",
@@ -120,6 +131,7 @@ constexpr std::array kKinds{
              [](const PlotJob& job) { return host::PlotWaveforms(job.files, job.range); },
              kMaximumFiles, false},
     PlotKind{"beats", DrawBeats, 1, false},
+    PlotKind{"remix", nullptr, 2, false, SaveRemix},
 };
 
 host::ImpulseScale ParseScale(const std::string& text) {
@@ -187,7 +199,13 @@ int RunPlot(const PlotOptions& options) {
     faults.Try([&] { kind = &FindKind(options.kind); });
     const PlotJob job = ReadOptions(options, kind, faults);
     if (kind) CheckUse(*kind, job, faults);
-    if (faults.IsEmpty()) faults.Try([&] { kind->draw(job).Save(options.output); });
+    if (faults.IsEmpty())
+        faults.Try([&] {
+            if (kind->save)
+                kind->save(job, options.output);
+            else
+                kind->draw(job).Save(options.output);
+        });
     faults.ThrowIfAny();
     return static_cast<int>(ExitCode::kDone);
 }

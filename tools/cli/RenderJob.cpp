@@ -1,7 +1,5 @@
 #include "RenderJob.h"
 
-#include <sys/stat.h>
-
 #include <array>
 #include <cmath>
 
@@ -9,6 +7,7 @@
 
 #include "ChainArguments.h"
 #include "Console.h"
+#include "OutputCheck.h"
 #include "Report.h"
 #include "Signals.h"
 #include "host/Text.h"
@@ -54,20 +53,6 @@ host::OnClip ParseOnClip(const std::string& text) {
                 host::DidYouMean(text, names));
 }
 
-/// Whether there is something at `path` that writing would replace.
-bool WouldReplace(const std::string& path) {
-    struct stat status {};
-    return path != "-" && ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-void CheckOutput(const RenderArguments& arguments) {
-    if (arguments.overwrite && arguments.keepExisting)
-        throw Error(ExitCode::kUsage, "-y and -n exclude each other");
-    if (arguments.overwrite || !WouldReplace(arguments.output)) return;
-    throw Error(ExitCode::kOutput, arguments.output + " exists already", "",
-                arguments.keepExisting ? "" : "-y replaces it");
-}
-
 host::RenderReport Run(RenderJob& job) {
     Progress progress(job.progress, job.rateHz);
     if (job.progress != ProgressMode::kNone)
@@ -87,7 +72,7 @@ int ParseInteger(const char* option, const std::string& text, int lo, int hi) {
 }
 
 void ReadArguments(const RenderArguments& arguments, RenderJob& job, host::Faults& faults) {
-    faults.Try([&] { CheckOutput(arguments); });
+    faults.Try([&] { CheckOutput(arguments.output, arguments.overwrite, arguments.keepExisting); });
     faults.Try([&] { job.render.tail = host::ParseTail(arguments.tail); });
     faults.Try([&] { job.render.onClip = ParseOnClip(arguments.onClip); });
     if (!arguments.bits.empty())

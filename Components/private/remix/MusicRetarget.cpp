@@ -21,7 +21,7 @@ using Unit = kraaudiofilterhost::AudioFilterParameterInfoUnit;
 
 constexpr int kAnalysisRateHz = 22050;
 constexpr double kAnalysisBlockSeconds = 60.0;
-constexpr double kLongestTargetSeconds = 86400.0;
+
 constexpr double kMostSearchShare = 0.9;
 constexpr double kAnalysisShare = 0.7;  // of the search's share, when a run has to analyse first
 // A parameter near a day in normalized floats, and a duration counted at the analysis rate, say a song's own
@@ -211,6 +211,13 @@ void MusicRetarget::SetSampleRate(float rateHz) {
     if (rateHz != GetSampleRate()) TableDriven::SetSampleRate(rateHz);
 }
 
+void MusicRetarget::Process(float** in, float** out, int frames, Flags, Flags&) {
+    ProcessGuarded(in, out, frames, [this](const float* const* from, float* const* to, int count) {
+        for (std::size_t c = 0; c < channelCount_; ++c)
+            if (from[c] != to[c]) std::copy_n(from[c], count, to[c]);
+    });
+}
+
 void MusicRetarget::OnNumberOfChannelsChanged(std::size_t channels) { channelCount_ = channels; }
 
 boost::intrusive_ptr<kraaudiofilterhost::AudioFilter> MusicRetarget::Clone() const {
@@ -314,7 +321,7 @@ bool MusicRetarget::Task::SearchAndStore() {
         run, rateHz, GetAnalysisRate(rateHz, static_cast<int>(wantedHz)), sourceFrames);
     const auto target = static_cast<double>(Value(kTargetDuration));
     searchShare =
-        std::min(kMostSearchShare, kLongestTargetSeconds / (target + kLongestTargetSeconds));
+        std::min(kMostSearchShare, kLongestRemixSeconds / (target + kLongestRemixSeconds));
     const bool needsAnalysis = OnlyAnalyses() || !effect.GetRetargetData()->GetSong();
     const double analysisShare = OnlyAnalyses() ? 1.0 : kAnalysisShare * searchShare;
     if (needsAnalysis && !Analyse(frames, analysisShare)) {
