@@ -226,7 +226,7 @@ std::string MakeJoins(const RemixPlan& plan,
         html += fmt::format(
             "<tr><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{:.2f} "
             "s</td>"
-            "<td><audio controls preload=\"none\" data-begin=\"{:.4f}\" aria-label=\"Join {}\" "
+            "<td><audio controls preload=\"metadata\" data-begin=\"{:.4f}\" aria-label=\"Join {}\" "
             "src=\"{}\"></audio>"
             "</td></tr>\n",
             i, FormatTime(starts[i]), FormatTime(from), FormatTime(to), JumpText(from, to, song),
