@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 // Counts up whenever the analysis or the layout of these files changes.
 constexpr std::string_view kHeader = "zuc song 1\n";
-constexpr int kVersion = 1;
+constexpr int kVersion = 2;
 constexpr std::uintmax_t kMostBytes = 256u << 20;
 constexpr std::size_t kMostValues = 1u << 28;  // of one list; more is no song but a broken file
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numbers>
+#include <numeric>
 
 namespace zuc::components {
 namespace {
@@ -13,6 +15,12 @@ constexpr std::size_t kFluxFrames = 2;  // the past that a frame is compared wit
 // Where the flux of a click has its peak, against the click, in frames of the analysis rate: found
 // with click tracks at 44.1 and 48 kHz, and the same for all because windows and hops are.
 constexpr double kPeakFrames = -12;
+constexpr int kAttackSteps = 100;  // of an attack's course, centred on its peak
+constexpr double kAttackStepSeconds = 0.0005;
+constexpr double kAttackReachSeconds = 0.5 * kAttackSteps * kAttackStepSeconds;
+constexpr double kAttackMeanSeconds = 0.001;        // that each of its values is a mean of
+constexpr double kAttackFloor = 1e-6;               // of an attack's power
+constexpr double kAttackBegun = 0.1;                // of the rise
 constexpr double kReachSeconds[] = {0.045, 0.030};  // of the two searches
 constexpr double kSpreadSeconds = 0.020;            // of their Gaussian weight
 constexpr double kAgreementSeconds = 0.010;
@@ -120,6 +128,71 @@ double LineAt(const std::vector<Peak>& peaks, std::size_t k) {
     return height;
 }
 
+/// Level of the signal's steps around `seconds`, as the logarithm of their power.
+std::vector<double> AttackCourse(IAudioFramesGetter& frames, double seconds) {
+    const double rateHz = frames.GetSampleRate();
+    const double half = 0.5 * kAttackMeanSeconds;
+    const auto first =
+        static_cast<std::int64_t>((seconds - kAttackReachSeconds - half) * rateHz) - 1;
+    const auto count = static_cast<std::int64_t>(2 * (kAttackReachSeconds + half) * rateHz) + 3;
+    if (first < 0) return {};
+    const std::vector<double> audio = frames.GetFrames(first, first + count);
+    if (static_cast<std::int64_t>(audio.size()) < count) return {};
+    std::vector<double> power(audio.size() + 1, 0.0);  // of all steps before
+    for (std::size_t i = 1; i < audio.size(); ++i)
+        power[i + 1] = power[i] + (audio[i] - audio[i - 1]) * (audio[i] - audio[i - 1]);
+    std::vector<double> course;
+    for (int k = 0; k <= kAttackSteps; ++k) {
+        const double t = seconds - kAttackReachSeconds + k * kAttackStepSeconds;
+        const double from = (t - half) * rateHz - static_cast<double>(first);
+        const auto lo = static_cast<std::size_t>(from + 0.5);
+        const auto hi = static_cast<std::size_t>(from + kAttackMeanSeconds * rateHz + 0.5);
+        course.push_back(power[hi] - power[lo]);
+    }
+    const double floor = kAttackFloor * *std::max_element(course.begin(), course.end());
+    for (double& x : course) x = floor > 0 ? std::log(x + floor) : 0.0;
+    return course;
+}
+
+/// Mean course of the clearer half of the peaks.
+std::vector<double> MeanCourse(IAudioFramesGetter& frames, const std::vector<Peak>& peaks) {
+    std::vector<double> saliences;
+    for (const Peak& peak : peaks) saliences.push_back(peak.salience);
+    const auto middle = saliences.begin() + static_cast<std::ptrdiff_t>(saliences.size() / 2);
+    std::nth_element(saliences.begin(), middle, saliences.end());
+    std::vector<double> mean;
+    for (const Peak& peak : peaks) {
+        if (peak.salience < *middle) continue;
+        const auto course = AttackCourse(frames, peak.seconds);
+        if (course.empty()) continue;
+        mean.resize(course.size(), 0.0);
+        std::transform(course.begin(), course.end(), mean.begin(), mean.begin(), std::plus<>());
+    }
+    return mean;
+}
+
+/// How far from the peaks of the flux the sounds begin, below 0 before them. A soft attack is at its
+/// steepest, where the flux has its peak, some milliseconds after it begins; how many differs from song
+/// to song more than within one.
+double FindAttack(IAudioFramesGetter& frames, const std::vector<Peak>& peaks) {
+    const std::vector<double> course = MeanCourse(frames, peaks);
+    if (course.empty()) return 0;
+    const auto middle = course.begin() + static_cast<std::ptrdiff_t>(course.size() / 2);
+    const auto reach = static_cast<std::ptrdiff_t>(course.size() / 6);  // 8 ms
+    const auto most = std::max_element(middle - reach, middle + reach);
+    const auto before = course.begin() + static_cast<std::ptrdiff_t>(course.size() / 4);
+    const double base =
+        std::accumulate(course.begin(), before, 0.0) / static_cast<double>(before - course.begin());
+    if (*most <= base) return 0;
+    const double level = base + kAttackBegun * (*most - base);
+    auto begin = most;
+    while (begin > before && *(begin - 1) > level) --begin;
+    const double part = std::clamp((*begin - level) / (*begin - *(begin - 1)), 0.0, 1.0);
+    const double place = static_cast<double>(begin - course.begin()) - part;
+    // A mean rises as soon as its front end reaches the sound.
+    return place * kAttackStepSeconds - kAttackReachSeconds + 0.5 * kAttackMeanSeconds;
+}
+
 }  // namespace
 
 bool RefineBeats(IAudioFramesGetter& frames,
@@ -130,8 +203,9 @@ bool RefineBeats(IAudioFramesGetter& frames,
     FineOnsets onsets;
     if (!ReadFlux(frames, loudnessScale, blockSeconds, progress, onsets)) return false;
     if (beatTimes.size() < 2) return true;
+    std::vector<Peak> peaks;
     for (const double reach : kReachSeconds) {
-        std::vector<Peak> peaks;
+        peaks.clear();
         for (const double seconds : beatTimes) peaks.push_back(FindPeak(onsets, seconds, reach));
         for (std::size_t k = 0; k < peaks.size(); ++k) {
             const double line = LineAt(peaks, k);
@@ -142,6 +216,8 @@ bool RefineBeats(IAudioFramesGetter& frames,
         }
         std::sort(beatTimes.begin(), beatTimes.end());
     }
+    const double attack = FindAttack(frames, peaks);
+    for (double& seconds : beatTimes) seconds += attack;
     return true;
 }
 

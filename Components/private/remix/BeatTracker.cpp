@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "Components/private/remix/SteadyBeats.h"
 #include "Components/private/remix/Tempo.h"
 
 namespace zuc::components {
@@ -17,30 +18,6 @@ constexpr std::size_t kMedianIntervals = 17;
 constexpr double kUsualBpm = 112;
 constexpr double kMinStrength = 0.25;  // standard deviations at the beats; below is no pulse
 
-double MeanAt(const std::vector<float>& onsets, const std::vector<double>& places) {
-    double sum = 0;
-    std::size_t count = 0;
-    for (const double place : places) {
-        const auto i = static_cast<std::size_t>(place + 0.5);
-        if (i + 1 >= onsets.size() || i == 0) continue;
-        sum += static_cast<double>(std::max({onsets[i - 1], onsets[i], onsets[i + 1]}));
-        ++count;
-    }
-    return count > 0 ? sum / static_cast<double>(count) : 0;
-}
-
-/// Places that lie the given fraction of an interval behind every `step`-th beat.
-std::vector<double> Between(const std::vector<std::size_t>& beats,
-                            double fraction,
-                            std::size_t first = 0,
-                            std::size_t step = 1) {
-    std::vector<double> places;
-    for (std::size_t k = first; k + 1 < beats.size(); k += step)
-        places.push_back(static_cast<double>(beats[k]) +
-                         fraction * static_cast<double>(beats[k + 1] - beats[k]));
-    return places;
-}
-
 double Median(std::vector<double> x) {
     const auto middle = x.begin() + static_cast<std::ptrdiff_t>(x.size() / 2);
     std::nth_element(x.begin(), middle, x.end());
@@ -48,13 +25,13 @@ double Median(std::vector<double> x) {
 }
 
 /// Smoothed intervals of the beats (median, then mean), for every onset value.
-std::vector<double> PeriodsOf(const std::vector<std::size_t>& beats, std::size_t count) {
+std::vector<double> PeriodsOf(const std::vector<double>& beats, std::size_t count) {
     const std::size_t intervals = beats.size() - 1, half = kMedianIntervals / 2;
     std::vector<double> medians(intervals);
     for (std::size_t k = 0; k < intervals; ++k) {
         std::vector<double> near;
         for (std::size_t j = k > half ? k - half : 0; j < std::min(intervals, k + half + 1); ++j)
-            near.push_back(static_cast<double>(beats[j + 1] - beats[j]));
+            near.push_back(beats[j + 1] - beats[j]);
         // The mean of the middle half keeps fractions of an onset value that a median loses.
         std::sort(near.begin(), near.end());
         const std::size_t cut = near.size() / 4;
@@ -64,14 +41,14 @@ std::vector<double> PeriodsOf(const std::vector<std::size_t>& beats, std::size_t
     }
     std::vector<double> periods(count);
     for (std::size_t i = 0, k = 0; i < count; ++i) {
-        while (k + 1 < intervals && beats[k + 1] <= i) ++k;
+        while (k + 1 < intervals && beats[k + 1] <= static_cast<double>(i)) ++k;
         periods[i] = medians[k];
     }
     return periods;
 }
 
 struct Hypothesis {
-    std::vector<std::size_t> beats;
+    std::vector<double> beats;
     double score = -std::numeric_limits<double>::infinity();
     double strength = 0;
 };
@@ -79,17 +56,18 @@ struct Hypothesis {
 double Score(const OnsetFunction& onsets, const Hypothesis& hypothesis, double salience) {
     const auto& beats = hypothesis.beats;
     std::vector<double> intervals;
-    for (std::size_t k = 1; k < beats.size(); ++k)
-        intervals.push_back(static_cast<double>(beats[k] - beats[k - 1]));
+    for (std::size_t k = 1; k < beats.size(); ++k) intervals.push_back(beats[k] - beats[k - 1]);
     const double median = Median(intervals);
     double variance = 0;
     for (const double x : intervals) variance += std::pow(std::log(x / median), 2);
     const double spread = std::sqrt(variance / static_cast<double>(intervals.size()));
-    const double thirds = 0.5 * (MeanAt(onsets.strength, Between(beats, 1.0 / 3)) +
-                                 MeanAt(onsets.strength, Between(beats, 2.0 / 3)));
-    const double contrast = std::abs(MeanAt(onsets.strength, Between(beats, 0, 0, 2)) -
-                                     MeanAt(onsets.strength, Between(beats, 0, 1, 2)));
-    const double low = MeanAt(onsets.low, Between(beats, 0));
+    // Onsets on both thirds tell of a beat three times as fast; on the second alone, of a swung one.
+    const double thirds = std::min(MeanStrengthAt(onsets.strength, PlacesBetween(beats, 1.0 / 3)),
+                                   MeanStrengthAt(onsets.strength, PlacesBetween(beats, 2.0 / 3)));
+    const double contrast =
+        std::abs(MeanStrengthAt(onsets.strength, PlacesBetween(beats, 0, 0, 2)) -
+                 MeanStrengthAt(onsets.strength, PlacesBetween(beats, 0, 1, 2)));
+    const double low = MeanStrengthAt(onsets.low, PlacesBetween(beats, 0));
     const double octaves = std::log2(60 * onsets.rateHz / median / kUsualBpm);
     return 1.6 * std::log(salience + 0.02) + 0.3 * hypothesis.strength - 0.5 * thirds -
            0.6 * contrast / std::max(hypothesis.strength, 0.1) - 1.5 * spread -
@@ -107,9 +85,10 @@ Hypothesis Follow(const OnsetFunction& onsets,
     for (std::size_t pass = 0; pass < std::size(kTightness); ++pass) {
         const auto share = progress.Part(static_cast<double>(pass) / std::size(kTightness),
                                          static_cast<double>(pass + 1) / std::size(kTightness));
-        auto beats = TrackBeats(onsets.strength, periods, kTightness[pass], share);
+        const auto tracked = TrackBeats(onsets.strength, periods, kTightness[pass], share);
+        std::vector<double> beats(tracked.begin(), tracked.end());
         if (beats.size() < 4) break;
-        const double strength = MeanAt(onsets.strength, Between(beats, 0));
+        const double strength = MeanStrengthAt(onsets.strength, PlacesBetween(beats, 0));
         if (pass == 0) looseStrength = strength;
         if (strength < kMinKept * looseStrength) break;
         periods = PeriodsOf(beats, onsets.strength.size());
@@ -117,6 +96,8 @@ Hypothesis Follow(const OnsetFunction& onsets,
         best.strength = strength;
     }
     if (best.beats.empty()) return best;
+    best.beats = ChoosePhase(onsets, SteadyBeats(onsets, best.beats));
+    best.strength = MeanStrengthAt(onsets.strength, best.beats);
     const auto t = static_cast<std::size_t>(tempo + 0.5);
     float salience = 0;
     for (std::size_t k = t > 2 ? t - 2 : 0; k < std::min(Tempogram::kTempos, t + 3); ++k)

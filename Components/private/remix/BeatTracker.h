@@ -22,8 +22,8 @@ std::vector<std::size_t> TrackBeats(const std::vector<float>& onsets,
 
 /// What tracking found.
 struct BeatTrack {
-    std::vector<std::size_t> beats;  // indices of onset values
-    double confidence = 0;           // 0 to 1
+    std::vector<double> beats;  // places in onset values
+    double confidence = 0;      // 0 to 1
     bool isCancelled = false;
 };
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <complex>
+#include <limits>
 #include <numbers>
 
 namespace zuc::components {
@@ -32,36 +33,59 @@ public:
         std::copy_n(spectrum, bins_, rows_.begin() + static_cast<std::ptrdiff_t>(next_ * bins_));
         next_ = (next_ + 1) % kTimeMedian;
     }
-    void Get(float* out) const {
+    void Get(float* out) {
         const float* middle = rows_.data() + (next_ + kTimeMedian / 2) % kTimeMedian * bins_;
-        std::array<float, kBandMedian> window{};  // ascending
+        MediansOverTime(out);
+        Window window{};
+        window.back() = std::numeric_limits<float>::max();
         const auto at = [&](std::size_t k) { return k < bins_ ? middle[k] : 0.0f; };
         for (std::size_t k = 0; k < kBandMedian / 2; ++k) Exchange(window, 0.0f, at(k));
         for (std::size_t k = 0; k < bins_; ++k) {
             const float leaving = k > kBandMedian / 2 ? at(k - kBandMedian / 2 - 1) : 0.0f;
             Exchange(window, leaving, at(k + kBandMedian / 2));
-            std::array<float, kTimeMedian> times{};
-            for (std::size_t t = 0; t < kTimeMedian; ++t) times[t] = rows_[t * bins_ + k];
-            std::nth_element(times.begin(), times.begin() + kTimeMedian / 2, times.end());
-            const float lasting = times[kTimeMedian / 2] * times[kTimeMedian / 2];
-            const float struck = window[kBandMedian / 2] * window[kBandMedian / 2];
+            const float lasting = out[k] * out[k];
+            const float struck = window[kBandMedian / 2 + 1] * window[kBandMedian / 2 + 1];
             out[k] = lasting > 0 ? middle[k] * lasting / (lasting + struck) : 0.0f;
         }
     }
 
 private:
-    static void Exchange(std::array<float, kBandMedian>& sorted, float leaving, float entering) {
-        auto place = static_cast<std::size_t>(
-            std::lower_bound(sorted.begin(), sorted.end(), leaving) - sorted.begin());
-        for (; place + 1 < sorted.size() && sorted[place + 1] < entering; ++place)
-            sorted[place] = sorted[place + 1];
-        for (; place > 0 && sorted[place - 1] > entering; --place)
-            sorted[place] = sorted[place - 1];
-        sorted[place] = entering;
+    /// kBandMedian ascending values between a least and a largest one; magnitudes are not negative.
+    using Window = std::array<float, kBandMedian + 2>;
+
+    /// By the shortest network for nine values (Paeth, "Median finding on a 3 x 3 grid", 1990), for all
+    /// bins alike.
+    void MediansOverTime(float* medians) {
+        static_assert(kTimeMedian == 9);
+        constexpr std::size_t kSorts[][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
+                                             {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
+                                             {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
+        sorting_ = rows_;
+        for (const auto& [lo, hi] : kSorts) {
+            float* least = sorting_.data() + lo * bins_;
+            float* most = sorting_.data() + hi * bins_;
+            for (std::size_t k = 0; k < bins_; ++k) {
+                const float a = least[k], b = most[k];
+                least[k] = a < b ? a : b;
+                most[k] = a < b ? b : a;
+            }
+        }
+        std::copy_n(sorting_.data() + kTimeMedian / 2 * bins_, bins_, medians);
+    }
+    /// Takes one value out of the ascending window and another in, without branches.
+    static void Exchange(Window& window, float leaving, float entering) {
+        Window rest = window;
+        for (std::size_t k = 1; k <= kBandMedian; ++k)
+            rest[k] = window[k] < leaving ? window[k] : window[k + 1];
+        for (std::size_t k = 1; k <= kBandMedian; ++k) {
+            const float least = rest[k - 1] > entering ? rest[k - 1] : entering;
+            window[k] = rest[k] < least ? rest[k] : least;
+        }
     }
 
     std::size_t bins_;
     std::vector<float> rows_;
+    std::vector<float> sorting_;
     std::size_t next_ = 0;
 };
 

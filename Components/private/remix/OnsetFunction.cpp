@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <stdexcept>
 
 namespace zuc::components {
@@ -14,7 +15,6 @@ constexpr std::size_t kFluxFrames = 2;    // the past that a frame is compared w
 constexpr double kLevelSeconds = 4;       // of the mean that a part's flux is divided by
 constexpr float kLevelFloor = 0.05f;      // of the whole song's mean, added to it
 constexpr double kBaselineSeconds = 0.7;  // of the mean that is subtracted at the end
-constexpr float kNoveltyWeight = 0.4f;
 
 /// Largest value of the band and its neighbours.
 float MaxOfNeighbours(const float* row, std::size_t band, std::size_t bands) {
@@ -117,7 +117,7 @@ float CompressLoudness(Spectrogram& spectrogram) {
 OnsetFunction MakeOnsetFunction(const Spectrogram& loudness,
                                 const std::vector<float>& novelty,
                                 double noveltyRateHz) {
-    OnsetFunction onsets{loudness.rateHz, std::vector<float>(loudness.GetCount(), 0.0f), {}};
+    OnsetFunction onsets{loudness.rateHz, std::vector<float>(loudness.GetCount(), 0.0f), {}, {}};
     if (onsets.strength.empty()) return onsets;
     auto parts = FluxOfParts(loudness);
     for (auto& part : parts) DivideByLevel(part, onsets.rateHz);
@@ -130,11 +130,14 @@ OnsetFunction MakeOnsetFunction(const Spectrogram& loudness,
     Normalize(onsets.strength, onsets.rateHz);
     Normalize(onsets.low, onsets.rateHz);
     if (novelty.size() < 2) return onsets;
+    const double mean =
+        std::accumulate(novelty.begin(), novelty.end(), 0.0) / static_cast<double>(novelty.size());
+    const float scale = mean > 0 ? static_cast<float>(1 / mean) : 0.0f;
     for (std::size_t k = 0; k < onsets.strength.size(); ++k) {
         const double at = static_cast<double>(k) * noveltyRateHz / onsets.rateHz;
         const auto i = std::min(static_cast<std::size_t>(at), novelty.size() - 2);
         const auto part = static_cast<float>(std::min(1.0, at - static_cast<double>(i)));
-        onsets.strength[k] += kNoveltyWeight * (novelty[i] + part * (novelty[i + 1] - novelty[i]));
+        onsets.harmony.push_back(scale * (novelty[i] + part * (novelty[i + 1] - novelty[i])));
     }
     return onsets;
 }

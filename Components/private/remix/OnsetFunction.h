@@ -11,6 +11,7 @@ struct OnsetFunction {
     double rateHz = 0;            // values a second; the first is at time 0
     std::vector<float> strength;  // mean near 0, standard deviation 1
     std::vector<float> low;       // the same of the lowest fifth of the bands alone
+    std::vector<float> harmony;   // change of harmony as a multiple of its mean; may be empty
 };
 
 /// Divides by the 95th percentile of the frames' maxima and compresses: ln(1 + 100 x). Returns the
@@ -19,7 +20,7 @@ float CompressLoudness(Spectrogram& spectrogram);
 
 /// Spectral flux with a maximum filter over three bands against vibrato (Boeck & Widmer, "Maximum
 /// filter vibrato suppression for onset detection", 2013) in five parts of the spectrum, each
-/// measured by its own level, plus `novelty`, what changes in the harmony (any rate; may be empty).
+/// measured by its own level. `novelty` is how much the harmony changes (any rate; may be empty).
 OnsetFunction MakeOnsetFunction(const Spectrogram& loudness,
                                 const std::vector<float>& novelty,
                                 double noveltyRateHz);

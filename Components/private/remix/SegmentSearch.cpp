@@ -61,7 +61,7 @@ private:
 
 /// The least of offset + a[k] + b[k].
 double LeastSum(double offset, const double* a, const double* b, std::size_t count) {
-    std::array<double, 8> least;
+    std::array<double, 8> least{};
     least.fill(kInfinity);
     for (std::size_t k = 0; k + 8 <= count; k += 8)
         for (std::size_t lane = 0; lane < 8; ++lane) {
@@ -130,7 +130,7 @@ public:
 
 private:
     struct Walk {
-        double placed;
+        double placed = 0;
         Choice natural;
         Choice best;
     };

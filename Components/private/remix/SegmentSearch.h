@@ -29,9 +29,9 @@ struct BeatPath {
 /// Exact, to the last bit, without looking at all beats x beats transitions of every position: a row's
 /// cheapest transitions are sorted beforehand, and as floating-point addition is monotone, the walk
 /// through them ends where even the cheapest continuation of all beats could not win any more; where a
-/// row's sorted ones do not decide, the beats with the least cost to go do, or the row is read whole. Takes about 2 bytes per beat and position (twice that with avoidLoops;
-/// twice again above 65535 beats or positions) besides the matrices. `progress` is asked before each
-/// position. Costs are finite or +infinity; at least one beat and one position. [worker]
+/// row's sorted ones do not decide, the beats with the least cost to go do, or the row is read whole.
+/// Takes about 2 bytes per beat and position (twice that with avoidLoops; twice again above 65535 beats
+/// or positions) besides the matrices. `progress` is asked before each position. Costs are finite or +infinity; at least one beat and one position. [worker]
 BeatPath FindCheapestPath(const TransitionMatrix& transition,
                           const PlacementMatrix& placement,
                           bool avoidLoops,

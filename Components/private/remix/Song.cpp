@@ -98,8 +98,7 @@ bool Song::Analyse(double blockSeconds, bool separateSources, const ProgressCall
     OnsetFunction onsets = MakeOnsetFunction(loudness, HarmonicNovelty(chroma), chroma.rateHz);
     const BeatTrack track = FindBeats(onsets, all.Part(0.5, 0.75));
     if (track.isCancelled) return false;
-    for (const std::size_t beat : track.beats)
-        song.beatTimes.push_back(static_cast<double>(beat) / onsets.rateHz);
+    for (const double beat : track.beats) song.beatTimes.push_back(beat / onsets.rateHz);
     if (!RefineBeats(*frames_, scale, blockSeconds, all.Part(0.75, 1), song.beatTimes))
         return false;
     ExtendBeats(song.durationSeconds, song.beatTimes);
