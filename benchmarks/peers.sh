@@ -45,10 +45,28 @@ TABLE
 # Jobs of further effects; each group compares like with like.
 extra_jobs() {
     local compressor=acompressor=threshold=0.1:ratio=3:attack=5:release=100
+    local bells='' sox_bells='' ffmpeg_bells='' band=0 hz
+    for hz in 100 300 1000 3000 10000; do
+        band=$((band + 1))
+        bells+=,band-$band=on,band-$band-type=bell,band-$band-frequency=${hz}Hz,band-$band-gain=4dB,band-$band-q=1
+        sox_bells+=" equalizer $hz 1q 4"
+        ffmpeg_bells+=,equalizer=f=$hz:t=q:w=1:g=4:r=f32
+    done
+    local sox_chorus='chorus 0.7 0.7 21 0.3 0.6 1 -s 23 0.3 0.6 1 -s 25 0.3 0.6 1 -s 27 0.3 0.6 1 -s'
+    local ffmpeg_chorus='chorus=0.7:0.7:21|23|25|27:0.3|0.3|0.3|0.3:0.6|0.6|0.6|0.6:1|1|1|1'
     cat <<TABLE
 compressor	$1	zuc	$zuc process $1 $work/out.wav -y -q -e dynamics:high-cutoff=24kHz,location-3=-0dB,value-3=-14dB
 compressor	$1	sox	sox -V1 $1 -b 32 -e floating-point $work/out.wav compand 0.005,0.1 -100,-100,-20,-20,0,-14
 compressor	$1	ffmpeg	$(ffmpeg_job "$1" "$compressor" pcm_f32le)
+copy-float	$1	zuc	$zuc process $1 $work/out.wav -y -q
+copy-float	$1	sox	sox -V1 $1 -b 32 -e floating-point $work/out.wav
+copy-float	$1	ffmpeg	$(ffmpeg_job "$1" anull pcm_f32le)
+equalizer	$1	zuc	$zuc process $1 $work/out.wav -y -q -e parametric-equalizer:${bells#,}
+equalizer	$1	sox	sox -V1 $1 -b 32 -e floating-point $work/out.wav $sox_bells
+equalizer	$1	ffmpeg	$(ffmpeg_job "$1" "${ffmpeg_bells#,}" pcm_f32le)
+chorus	$1	zuc	$zuc process $1 $work/out.wav -y -q --tail none -e chorus:drift=0
+chorus	$1	sox	sox -V1 $1 -b 32 -e floating-point $work/out.wav $sox_chorus
+chorus	$1	ffmpeg	$(ffmpeg_job "$1" "$ffmpeg_chorus" pcm_f32le)
 TABLE
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <string>
 #include <thread>
@@ -135,6 +136,25 @@ TEST_F(PlaybackTest, SettingsReachTheEffectsWhileItPlays) {
         } catch (const Error& error) {
             EXPECT_THAT(error.what(), testing::HasSubstr(row.message)) << row.command;
         }
+}
+
+/// For the thread sanitizer above all: settings, presets and questions while the device's thread plays.
+TEST_F(PlaybackTest, TakesSettingsWhileAnotherThreadPlays) {
+    Job job(path_, "parametric-equalizer:band-4=on");
+    job.playback.Start();
+    Signal played;
+    std::thread device([&] { played = Play(job.playback, 64, 64000); });
+    const EffectCatalogue catalogue;
+    const UserPresets presets;
+    for (int k = 0; k < 60; ++k)
+        for (const char* command :
+             {"parametric-equalizer.band-4-gain 6 dB", "parametric-equalizer.phase linear",
+              "parametric-equalizer.preset Air", "parametric-equalizer.phase minimum"}) {
+            job.playback.Set(catalogue, presets, command);
+            EXPECT_GE(job.playback.GetStatus().seconds, 0.0);
+        }
+    device.join();
+    for (const float x : played[0]) ASSERT_LT(std::fabs(x), 8.0f);
 }
 
 }  // namespace
