@@ -129,6 +129,43 @@ TEST_F(EffectThreadPoolTest, RunsWhatIsScheduledAndSkipsWhatUnsubscribed) {
     EXPECT_TRUE(assertions_.empty());
 }
 
+TEST_F(EffectThreadPoolTest, AnUnsubscriberWaitsForItsRunningFunction) {
+    Gate entered;
+    Gate release;
+    Counter effect([&] {
+        entered.Open();
+        release.Wait();
+    });
+    EffectThreadPool::SubscribeEffect(&effect);
+    EffectThreadPool::ScheduleEffect(&effect);
+    entered.Wait();
+    std::atomic<bool> hasLeft{false};
+    std::thread unsubscriber([&] {
+        EffectThreadPool::UnsubscribeEffect(&effect);
+        EXPECT_EQ(effect.calls, 1) << "the function has ended";
+        hasLeft = true;
+    });
+    std::this_thread::sleep_for(milliseconds(30));
+    EXPECT_FALSE(hasLeft);
+    release.Open();
+    unsubscriber.join();
+    EXPECT_TRUE(assertions_.empty()) << "to wait is no fault";
+}
+
+TEST_F(EffectThreadPoolTest, StatisticsFollowTheWorkersAndNotTheWish) {
+    bool hasLagged = false;  // seen unless the worker looks just when it is told to leave
+    for (int attempt = 0; attempt < 20 && !hasLagged; ++attempt) {
+        std::vector<Counter> effects(3);
+        for (Counter& effect : effects) EffectThreadPool::SubscribeEffect(&effect);
+        EXPECT_TRUE(Eventually(
+            [&] { return Pool().starts_with("Thread Count: 1\nSubscribed Effects: 3\n"); }));
+        for (Counter& effect : effects) EffectThreadPool::UnsubscribeEffect(&effect);
+        hasLagged = Pool().starts_with("Thread Count: 1\nSubscribed Effects: 0\n");
+        EXPECT_TRUE(Eventually([&] { return Pool().starts_with("Thread Count: 0\n"); }));
+    }
+    EXPECT_TRUE(hasLagged);
+}
+
 TEST_F(EffectThreadPoolTest, AStaleEntryIsSkippedUntilItsEffectSubscribesAgain) {
     Counter keeper;  // keeps the worker alive
     EffectThreadPool::SubscribeEffect(&keeper);

@@ -58,8 +58,11 @@ public:
         if (::poll(&input, 1, kPollMs) <= 0) return;
         char bytes[512];
         const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof(bytes));
-        if (count <= 0) isOpen_ = false;  // the end of the commands is not the end of the sound
         text_.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        if (count <= 0) {  // the end of the commands is not the end of the sound
+            isOpen_ = false;
+            text_ += '\n';
+        }
         for (std::size_t end = text_.find('\n'); end != std::string::npos; end = text_.find('\n')) {
             const std::string line = text_.substr(0, end);
             text_.erase(0, end + 1);

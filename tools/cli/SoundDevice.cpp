@@ -139,22 +139,20 @@ bool SoundStream::TakesRate(const SoundDevice& device, int channels, int rateHz)
     return Pa_IsFormatSupported(nullptr, &parameters, rateHz) == paFormatIsSupported;
 }
 
-SoundStream::SoundStream(const SoundDevice& device, const Format& format, Fill fill) {
-    auto state = std::make_unique<State>();
-    state->fill = std::move(fill);
+SoundStream::SoundStream(const SoundDevice& device, const Format& format, Fill fill)
+    : state_(std::make_unique<State>()) {
+    state_->fill = std::move(fill);
     const PaStreamParameters parameters = MakeParameters(device, format.channels);
     const QuietErrors quiet;
-    Check(Pa_OpenStream(&state->stream, nullptr, &parameters, format.rateHz,
+    Check(Pa_OpenStream(&state_->stream, nullptr, &parameters, format.rateHz,
                         static_cast<unsigned long>(format.blockFrames), paNoFlag, State::OnBlock,
-                        state.get()),
+                        state_.get()),
           "the sound device '" + device.name + "' cannot be opened");
-    state_ = state.release();
 }
 
 SoundStream::~SoundStream() {
     const QuietErrors quiet;
     Pa_CloseStream(state_->stream);
-    delete state_;
 }
 
 void SoundStream::Start() {
