@@ -58,6 +58,18 @@ TEST_F(RemixCommandTest, ExitCodesSayWhatWentWrong) {
     EXPECT_EQ(RunZuc({"remix", folder_ / "none.wav", out_, "--to", "30"}).exitCode, 3);
 }
 
+TEST_F(RemixCommandTest, AvoidsLoopsUnlessToldOtherwise) {
+    const auto joins = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), {"--percent", "400", "--min-loop", "4", "--json"});
+        return json::parse(Remix(options).out)["remixes"][0]["joins"].dump();
+    };
+    const std::string avoided = joins({"--avoid-loops"}), allowed = joins({"--allow-loops"});
+    EXPECT_NE(avoided, allowed);
+    EXPECT_EQ(joins({}), avoided);
+    EXPECT_EQ(joins({"--set", "Remix.AvoidLoops=off"}), allowed);
+    EXPECT_EQ(joins({"--set", "Remix.AvoidLoops=off", "--avoid-loops"}), avoided);
+}
+
 TEST_F(RemixCommandTest, MakesEverythingFromOneAnalysis) {
     std::ofstream(folder_ / "lyrics.srt") << "1\n00:00:01,000 --> 00:00:02,000\nla\n\n";
     const Outcome made =

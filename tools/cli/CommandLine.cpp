@@ -290,6 +290,7 @@ private:
         app.add_flag("--at-most", o.atMost, "Never longer than the target");
         app.add_flag("--exact", o.exact, "As long as the target to the sample, with a fade");
         AddRemixFiles(app, o);
+        AddDeveloperSettings(app);
         AddTalk(app, o.talk);
         app.footer(kRemixExamples);
         command.required = {{"IN", &o.input}};

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -127,7 +126,7 @@ struct RemixOptions {
     std::string timbre;
     std::string chroma;
     std::string edits;
-    std::optional<bool> avoidLoops;
+    int avoidLoops = 0;  // 1: asked for, -1: refused
     std::string source;
     bool atLeast = false;
     bool atMost = false;

@@ -10,6 +10,9 @@
 #include "Progress.h"
 #include "Signals.h"
 #include "host/AudioWriter.h"
+#include "host/RemixRender.h"
+#include "host/RemixReport.h"
+#include "host/RemixSearch.h"
 #include "host/Render.h"
 #include "host/TemporaryFile.h"
 #include "host/Text.h"
@@ -45,12 +48,41 @@ void WriteMusic(const std::string& path, const Music& music) {
     writer.Commit();
 }
 
-std::string Summarize(const host::RenderReport& report, const host::Chain& chain) {
+/// Makes the piece shorter and longer, each with a page to look at. Returns a line for each.
+std::string MakeRemixes(const std::filesystem::path& folder) {
+    constexpr std::array kPercents{60, 150};
+    const InterruptibleJob interruptible;
+    host::RemixSource source((folder / "demo.wav").string(), &GetInterruption());
+    const auto& song = source.Analyse(host::SongCache(""), nullptr);
+    host::RemixRequest request;
+    request.slackSeconds = 2;  // of a piece of twenty
+    host::RemixSearch search(source, song, request, &GetInterruption());
+    std::string text;
+    for (const int percent : kPercents) {
+        const host::RemixPlan plan = search.Find(source.GetSeconds() * percent / 100);
+        host::SpooledAudio copy(source.GetInfo().rateHz, source.GetInfo().channels);
+        host::RemixOutput output;
+        output.path = (folder / fmt::format("remix-{}.wav", percent)).string();
+        output.copy = &copy;
+        output.interrupted = &GetInterruption();
+        host::WriteRemix(plan, source, output);
+        host::WriteFileAtomically((folder / fmt::format("remix-{}.html", percent)).string(),
+                                  host::MakeRemixReport(plan, source, copy, &song));
+        text += fmt::format("  remix-{0}.wav  {0} % of it, {1}; remix-{0}.html shows it\n", percent,
+                            host::FormatTime(host::ToSeconds(plan.GetDuration())));
+    }
+    return text;
+}
+
+std::string Summarize(const host::RenderReport& report,
+                      const host::Chain& chain,
+                      const std::string& remixes) {
     std::string text =
         "zuc demo\n\nEight bars at 96 beats a minute, composed and played by the program.\n\n";
     text += "  dry.wav      the piece as it was played\n";
     text += "  demo.wav     the same through the chain below\n";
-    text += "  chain.json   the chain, for --chain\n\n";
+    text += "  chain.json   the chain, for --chain\n";
+    text += remixes + "\n";
     for (const host::ChainStep& step : chain) text += "  -e '" + host::FormatStepText(step) + "'\n";
     text += fmt::format(
         "\n{} of audio in {:.2f} s ({:.0f} x real time)\npeak {:.2f} dBFS, limited by up to {:.2f} "
@@ -59,7 +91,9 @@ std::string Summarize(const host::RenderReport& report, const host::Chain& chain
         FormatDuration(static_cast<double>(report.framesOut) / report.output.rateHz),
         report.seconds, report.GetSpeed(), 20.0f * std::log10(report.overs.peak),
         std::abs(report.limiterLowestGainDb), report.latencyFrames, report.tailFrames);
-    text += "\nTry it:\n  zuc process dry.wav louder.wav --chain chain.json -e amplify:gain=-3dB\n";
+    text +=
+        "\nTry it:\n  zuc process dry.wav louder.wav --chain chain.json -e amplify:gain=-3dB\n"
+        "  zuc remix demo.wav forty.wav --to 0:40 --report forty.html\n";
     return text;
 }
 
@@ -89,7 +123,7 @@ int RunDemo(const DemoOptions& options) {
         return host::Render(*reader, chain, kMusicRateHz, render);
     }();
     host::WriteChainFile((folder / "chain.json").string(), chain.GetResolvedChain());
-    const std::string summary = Summarize(report, chain.GetResolvedChain());
+    const std::string summary = Summarize(report, chain.GetResolvedChain(), MakeRemixes(folder));
     host::WriteFileAtomically((folder / "summary.txt").string(), summary);
     if (!options.quiet) Print(summary);
     return 0;

@@ -161,8 +161,10 @@ Job ReadOptions(const RemixOptions& o) {
     request.startsAtStart = !o.noStart;
     request.endsAtEnd = !o.noEnd;
     // On, unless a developer's setting or the option says otherwise.
-    request.avoidsLoops = o.avoidLoops.value_or(
-        kracore::debug::DebugDatabase::GetBool(u"Remix.AvoidLoops").value_or(true));
+    request.avoidsLoops =
+        o.avoidLoops != 0
+            ? o.avoidLoops > 0
+            : kracore::debug::DebugDatabase::GetBool(u"Remix.AvoidLoops").value_or(true);
     request.isExact = o.exact;
     if (o.atLeast) request.limit = host::RemixRequest::Limit::kAtLeast;
     if (o.atMost) request.limit = host::RemixRequest::Limit::kAtMost;

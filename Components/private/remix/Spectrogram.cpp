@@ -11,6 +11,7 @@ namespace {
 
 constexpr double kMelLoHz = 30;
 constexpr double kMelHiHz = 10000;
+constexpr std::size_t kSpectraPerReport = 256;  // some 20 ms of work
 
 double HzToMel(double hz) { return 2595 * std::log10(1 + hz / 700); }
 double MelToHz(double mel) { return 700 * (std::pow(10, mel / 2595) - 1); }
@@ -74,13 +75,15 @@ bool ForEachSpectrum(IAudioFramesGetter& frames,
         std::max<std::size_t>(1, static_cast<std::size_t>(blockFrames) / layout.hop);
     BlockTransform transform(layout.size);
     for (std::size_t k = 0; k < total; k += perBlock) {
-        if (!progress.Report(static_cast<double>(k) / static_cast<double>(total))) return false;
         const std::size_t count = std::min(perBlock, total - k);
         const auto first =
             static_cast<std::int64_t>(k * layout.hop) - static_cast<std::int64_t>(layout.size / 2);
         const auto audio = ReadPadded(frames, first, (count - 1) * layout.hop + layout.size);
-        for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t i = 0; i < count; ++i) {
+            const double done = static_cast<double>(k + i) / static_cast<double>(total);
+            if (i % kSpectraPerReport == 0 && !progress.Report(done)) return false;
             visit(transform.Transform(audio.data() + i * layout.hop));
+        }
     }
     return true;
 }
