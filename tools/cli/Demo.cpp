@@ -52,7 +52,7 @@ void WriteMusic(const std::string& path, const Music& music) {
 std::string MakeRemixes(const std::filesystem::path& folder) {
     constexpr std::array kPercents{60, 150};
     const InterruptibleJob interruptible;
-    host::RemixSource source((folder / "demo.wav").string(), &GetInterruption());
+    host::RemixSource source((folder / "dry.wav").string(), &GetInterruption());
     const auto& song = source.Analyse(host::SongCache(""), nullptr);
     host::RemixRequest request;
     request.slackSeconds = 2;  // of a piece of twenty
@@ -68,8 +68,8 @@ std::string MakeRemixes(const std::filesystem::path& folder) {
         host::WriteRemix(plan, source, output);
         host::WriteFileAtomically((folder / fmt::format("remix-{}.html", percent)).string(),
                                   host::MakeRemixReport(plan, source, copy, &song));
-        text += fmt::format("  remix-{0}.wav  {0} % of it, {1}; remix-{0}.html shows it\n", percent,
-                            host::FormatTime(host::ToSeconds(plan.GetDuration())));
+        text += fmt::format("  remix-{0}.wav  {0} % of dry.wav, {1}; remix-{0}.html shows it\n",
+                            percent, host::FormatTime(host::ToSeconds(plan.GetDuration())));
     }
     return text;
 }
@@ -93,7 +93,7 @@ std::string Summarize(const host::RenderReport& report,
         std::abs(report.limiterLowestGainDb), report.latencyFrames, report.tailFrames);
     text +=
         "\nTry it:\n  zuc process dry.wav louder.wav --chain chain.json -e amplify:gain=-3dB\n"
-        "  zuc remix demo.wav forty.wav --to 0:40 --report forty.html\n";
+        "  zuc remix dry.wav forty.wav --to 0:40 --report forty.html\n";
     return text;
 }
 
