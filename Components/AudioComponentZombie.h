@@ -22,6 +22,10 @@ public:
     explicit AudioComponentZombie(const kraaudiofilterhost::AudioFilterPtr& filter);
     ~AudioComponentZombie() override;
 
+    /// Takes any layouts, and keeps the buses that it took over from a filter. [host]
+    void RequestIOConfiguration(
+        const std::vector<std::vector<kramediatypes::AudioChannelDescription>>& inputs,
+        const std::vector<std::vector<kramediatypes::AudioChannelDescription>>& outputs) override;
     int GetParameterCount() const override;
     /// Deliberate: unlike an effect it keeps any value, finite or not. [host]
     void SetParameter(int index, float normalized) override;

@@ -135,10 +135,13 @@ ChainProcessor::ChainProcessor(const Chain& chain,
                     "'zuc describe EFFECT' says which have one");
 }
 
-/// An effect that is not known here: it has no buses, so that the audio stays where it is.
+/// An effect that is not known here; the audio passes it.
 void ChainProcessor::AddPlaceholder(const ChainStep& step) {
     const auto name = kracore::utility::FromUtf8(step.effect);
     filters_.push_back(new components::AudioComponentZombie(name, name, 0, false));
+    filters_.back()->SetSampleRate(rateHz_);
+    filters_.back()->SetBlockSize(maximumBlockFrames_);
+    RequestChannels(*filters_.back(), channelCount_);
     automation_.emplace_back(std::vector<CurveText>{}, step.effect, *filters_.back(), rateHz_);
     resolved_.push_back(step);
 }

@@ -35,6 +35,17 @@ AudioComponentZombie::AudioComponentZombie(const AudioFilterPtr& filter)
 
 AudioComponentZombie::~AudioComponentZombie() = default;
 
+void AudioComponentZombie::RequestIOConfiguration(
+    const std::vector<std::vector<kramediatypes::AudioChannelDescription>>& inputs,
+    const std::vector<std::vector<kramediatypes::AudioChannelDescription>>& outputs) {
+    using Bus = kraaudiofilterhost::AudioFilterBusDescription;
+    if (filter_) return;
+    ClearBusConfiguration();
+    for (const auto& layout : inputs)
+        AddInputBus({{}, layout, GetInputBuses().empty() ? Bus::kMain : Bus::kSideChain});
+    for (const auto& layout : outputs) AddOutputBus({{}, layout, Bus::kMain});
+}
+
 int AudioComponentZombie::GetParameterCount() const { return static_cast<int>(values_.size()); }
 
 void AudioComponentZombie::SetParameter(int index, float normalized) {

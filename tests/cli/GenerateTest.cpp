@@ -162,6 +162,8 @@ TEST_F(GenerateTest, UnknownEffectsOfChainFilesAreKept) {
         EXPECT_THAT(outcome.err, AllOf(HasSubstr("warning"), HasSubstr("did you mean 'amplify'?")));
         EXPECT_EQ(ReadBytes(folder_ / "saved.json"), chain) << "byte for byte";
         EXPECT_TRUE(ReadBytes(out_) == ReadBytes(folder_ / "plain.wav")) << "passes audio";
+        EXPECT_EQ(RunZuc({"plot", "response", way[0], way[1], "-o", folder_ / "x.svg"}).exitCode,
+                  0);
         arguments.emplace_back("-q");
         EXPECT_EQ(RunZuc(arguments).err, "");
         arguments.back() = "--json";

@@ -122,6 +122,7 @@ TEST(Chain, UnknownEffectsSurviveByteForByte) {
     for (const std::size_t channels : {1u, 2u, 6u}) {
         ChainProcessor processor(chain, catalogue, presets, 48000.0f, channels, 64);
         EXPECT_EQ(FormatChainJson(processor.GetResolvedChain()), json);
+        EXPECT_EQ(processor.GetFilters().back()->GetNumberOfOutputChannels(), channels);
         std::vector<float> ones(64, 1.0f);
         std::vector<std::vector<float>> audio(channels, ones);
         std::vector<float*> at;
