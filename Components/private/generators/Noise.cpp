@@ -84,6 +84,7 @@ struct Noise::Player {
     NoiseSettings settings;
     std::size_t channelCount = 2;
     double rateHz = kAssumedRateHz;
+    NoiseDSP prepared;  // for rate and channels; what others start as
     NoiseDSP voice;
     NoiseDSP oldVoice;
     std::vector<float> oldSamples;  // kMaxPieceFrames a channel
@@ -99,6 +100,33 @@ struct Noise::Player {
     void FadeTo(const NoiseSettings& newSettings);
     void Play(float* const* out, int frames);
 };
+
+namespace {
+
+/// Writes `total` frames; looks often whether it was cancelled, since 32 diffuse channels take their time.
+bool Write(NoiseDSP& noise, std::size_t channels, std::int64_t total, OfflineJob::Run& run) {
+    constexpr long kPieceFrames = 512;
+    std::vector<float> block(channels * OfflineJob::kBlockFrames);
+    std::vector<float*> starts(channels);
+    std::vector<float*> piece(channels);
+    for (std::size_t c = 0; c < channels; ++c)
+        starts[c] = block.data() + c * OfflineJob::kBlockFrames;
+    for (std::int64_t done = 0; done < total;) {
+        const auto frames =
+            static_cast<long>(std::min<std::int64_t>(total - done, OfflineJob::kBlockFrames));
+        for (long made = 0; made < frames; made += kPieceFrames) {
+            if (run.IsCancelled()) return false;
+            for (std::size_t c = 0; c < channels; ++c) piece[c] = starts[c] + made;
+            noise.Process(piece.data(), static_cast<int>(std::min(frames - made, kPieceFrames)));
+        }
+        if (!run.Write(starts.data(), frames)) return false;
+        done += frames;
+        run.ReportProgress(static_cast<double>(done) / static_cast<double>(total));
+    }
+    return true;
+}
+
+}  // namespace
 
 Noise::Noise() : TableDriven(kTables, kNoiseComponentID, kMaxChannelCount), player_(new Player) {
     SetupParameterInfos();
@@ -130,7 +158,8 @@ NoiseSettings Noise::DeriveSettings() const {
 void Noise::SetSampleRate(float rateHz) {
     if (rateHz == GetSampleRate()) return;
     TableDriven::SetSampleRate(rateHz);
-    if (rateHz > 0.0f) player_->rateHz = rateHz;
+    if (rateHz <= 0.0f || player_->rateHz == static_cast<double>(rateHz)) return;
+    player_->rateHz = rateHz;
     player_->Prepare();
 }
 
@@ -140,7 +169,8 @@ void Noise::OnNumberOfChannelsChanged(std::size_t channels) {
 }
 
 void Noise::Player::Prepare() {
-    voice.Prepare(channelCount, rateHz);
+    prepared.Prepare(channelCount, rateHz);
+    voice = prepared;
     voice.Start(settings, DrawSeed(settings), false);
     oldVoice = voice;
     fadeFramesLeft = 0;
@@ -234,23 +264,10 @@ bool Noise::OfflineRun(std::int64_t start, std::int64_t end) {
     const std::uint64_t seed = player_->DrawSeed(settings);
     const std::size_t channels = player_->channelCount;
     // The run has noise of its own: Process may go on meanwhile.
+    const auto noise = std::make_shared<NoiseDSP>(player_->prepared);
     return player_->job.Start([=](OfflineJob::Run& run) {
-        NoiseDSP noise;
-        noise.Prepare(channels, rateHz);
-        noise.Start(settings, seed, true);
-        std::vector<float> block(channels * OfflineJob::kBlockFrames);
-        std::vector<float*> pointers(channels);
-        for (std::size_t c = 0; c < channels; ++c)
-            pointers[c] = block.data() + c * OfflineJob::kBlockFrames;
-        for (std::int64_t done = 0; done < total;) {
-            const long count =
-                static_cast<long>(std::min<std::int64_t>(total - done, OfflineJob::kBlockFrames));
-            noise.Process(pointers.data(), static_cast<int>(count));
-            if (!run.Write(pointers.data(), count)) return false;
-            done += count;
-            run.ReportProgress(static_cast<double>(done) / static_cast<double>(total));
-        }
-        return true;
+        noise->Start(settings, seed, true);
+        return Write(*noise, channels, total, run);
     });
 }
 
