@@ -207,6 +207,7 @@ private:
         app.add_option("--range", o.range, "Part of the input: BEGIN..END, in seconds or mm:ss");
         app.add_option("--block", o.block, "Frames per block of the device; as it likes without");
         app.add_flag("-q,--quiet", o.quiet, "Say nothing but errors");
+        AddDeveloperSettings(app);
         app.footer(kPlayExamples);
     }
 
