@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
+#include <limits>
 
 #include "Components/ParameterInfos.h"
 #include "kraaudiofilterhost/PresetData.h"
@@ -50,11 +52,26 @@ std::string MakeSymbol(const std::string& slug) {
     return symbol.empty() || (symbol[0] >= '0' && symbol[0] <= '9') ? "_" + symbol : symbol;
 }
 
+/// The roundest number that means the same: 60 for 60.000004.
+float RoundValue(const Parameter& parameter, float value) {
+    std::array<char, 32> text{};
+    const float normalized = parameter.info->ToNormalized(value);
+    for (int digits = 1; digits <= std::numeric_limits<float>::max_digits10; ++digits) {
+        const auto end = std::to_chars(text.data(), text.data() + text.size(), value,
+                                       std::chars_format::general, digits);
+        float round = value;
+        std::from_chars(text.data(), end.ptr, round);
+        if (parameter.info->ToNormalized(round) == normalized) return round;
+    }
+    return value;
+}
+
 float GetControlValue(const PluginControl& control, float normalized) {
     if (control.kind == PluginControl::Kind::kToggle) return normalized >= 0.5f ? 1.0f : 0.0f;
     const float value = control.parameter.info->FromNormalized(normalized);
     const bool isWhole = control.kind == PluginControl::Kind::kInteger;
-    return std::clamp(isWhole ? std::round(value) : value, control.lo, control.hi);
+    return std::clamp(isWhole ? std::round(value) : RoundValue(control.parameter, value),
+                      control.lo, control.hi);
 }
 
 PluginControl MakeControl(Parameter parameter) {

@@ -94,6 +94,7 @@ void PluginProcessor::Start() {
     isFresh_ = true;
     hasStarted_ = false;
     dry_.Reset();
+    dryFrames_ = dry_.GetMostDelayFrames();
 }
 
 void PluginProcessor::Stop() {
@@ -107,6 +108,14 @@ void PluginProcessor::SetSideChainUsed(bool used) {
     engine_ = wanted;
     isFresh_ = true;
     ForgetControls();
+}
+
+void PluginProcessor::SetControls(const float* const* values) {
+    const float* controls = controls_.data();
+    const std::size_t count = controls_.size();
+    unsigned changed = 0;
+    for (std::size_t i = 0; i < count; ++i) changed |= *values[i] != controls[i] ? 1u : 0u;
+    for (std::size_t i = 0; changed != 0 && i < count; ++i) SetControl(i, *values[i]);
 }
 
 void PluginProcessor::SetControl(std::size_t index, float value) {
@@ -154,9 +163,11 @@ void PluginProcessor::Process(const float* const* in,
     hasStarted_ = true;
 
     const bool crosses = CrossesBuffers(inputs, out);
-    for (int done = 0; done < frames; done += kPieceFrames) {
+    for (int done = 0;;) {
         const int count = std::min(frames - done, kPieceFrames);
         ProcessPiece(inputs, outputs, count, crosses);
+        done += count;
+        if (done == frames) break;
         for (const float*& input : inputs)
             if (input) input += count;
         for (float*& output : outputs)
@@ -175,7 +186,10 @@ void PluginProcessor::ProcessPiece(Inputs in, const Outputs& out, int frames, bo
         }
     }
     const bool isWet = isEnabled_ && wet_ == 1.0f;
-    if (!isWet || dry_.GetMostDelayFrames() > 0) dry_.Write(in.data(), frames);
+    const bool hasDry =
+        !isWet && dryFrames_ >= std::min(GetLatencyFrames(), dry_.GetMostDelayFrames());
+    if (!isWet) dry_.Write(in.data(), frames);
+    dryFrames_ = isWet ? 0 : std::min(dryFrames_ + frames, dry_.GetMostDelayFrames());
 
     std::array<float*, 2 * kMaxChannels> from{};
     std::transform(in.begin(), in.end(), from.begin(),
@@ -183,7 +197,7 @@ void PluginProcessor::ProcessPiece(Inputs in, const Outputs& out, int frames, bo
     Outputs to = out;
     kraaudiofilterhost::Flags outFlags;
     engines_[engine_].filter->Process(from.data(), to.data(), frames, {}, outFlags);
-    if (!isWet) MixDry(out, frames);
+    if (hasDry) MixDry(out, frames);
 }
 
 void PluginProcessor::MixDry(const Outputs& out, int frames) {

@@ -20,7 +20,8 @@ namespace zuc::host {
 /// the library is initialized as long as there is one.
 ///
 /// A plugin that is switched off puts out its input, late by the latency; switching fades over 10 ms and
-/// the effect runs on unheard. An effect with a side chain listens to it when it is both used and
+/// the effect runs on unheard. Switching off is heard when the sound of that moment comes out, a latency
+/// later, so that a plugin that is on keeps no copy of its input. An effect with a side chain listens to it when it is both used and
 /// connected, else to its main input; a change between the two starts the effect anew, from silence.
 class PluginProcessor {
 public:
@@ -45,6 +46,8 @@ public:
     /// Control `index` of the info, in its own unit; values beyond its range count as the range's end,
     /// values that are not finite as no change. [audio]
     void SetControl(std::size_t index, float value);
+    /// All controls at once, `*values[i]`; asks no more than one comparison of each that stays. [audio]
+    void SetControls(const float* const* values);
     /// Latency with the present controls, in frames. [audio]
     int GetLatencyFrames();
 
@@ -89,6 +92,7 @@ private:
     float wet_ = 1.0f;      // linear; 0 is the input alone
     float wetStep_ = 1.0f;  // per frame of a fade
     DryDelay dry_;
+    int dryFrames_ = 0;  // of input without a gap that it has seen, as far as they count
     std::vector<float>
         scratch_;  // a piece for each input channel, or one of a channel's dry signal
 };

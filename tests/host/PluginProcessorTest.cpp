@@ -207,6 +207,22 @@ TEST_F(PluginProcessorTest, FadesWhenItIsSwitched) {
     }
 }
 
+TEST_F(PluginProcessorTest, SwitchesOffWithTheSoundOfThatMoment) {
+    const PluginInfo info = Describe("dynamics-processing", "mono");
+    PluginProcessor processor(info, kRateHz);
+    processor.Start();
+    SetControls(processor, GetInitialValues(info));
+    const Signal in = MakeNoise(1, 5);
+    Render(processor, {"", {128}}, in, nullptr);
+    processor.SetEnabled(false);
+    const Signal off = Render(processor, {"", {128}}, in, nullptr);
+    const auto latency = static_cast<std::size_t>(processor.GetLatencyFrames());
+    // Then 10 ms of a fade, from the next block on.
+    for (std::size_t i = latency + 128 + 480; i < kFrames; ++i)
+        ASSERT_EQ(off[0][i], in[0][i - latency]) << i;
+    for (std::size_t i = 1; i < latency; ++i) ASSERT_NE(off[0][i], 0.0f) << i;
+}
+
 TEST_F(PluginProcessorTest, TakesNumbersAsHostsSendThem) {
     PluginProcessor processor(Describe("amplify", "mono"), kRateHz);
     processor.Start();

@@ -6,6 +6,7 @@ Usage: check_hosts.py BUILD WORK CHECK [...]. Checks:
   SameSamples  lv2file and `zuc replay` make the same samples of the same settings
   Apply        lv2apply, which runs one frame at a time, makes them too
   Ffmpeg       so does ffmpeg's filter lv2
+  Loading      loading the shared object takes less than 20 ms of CPU time
   RealTime     nothing on lv2file's way through the shared object allocates, locks or waits
   Jack         jalv runs as a JACK client whose latency is the effect's (starts a dummy server)
   Ardour       Ardour without a window loads it, all its presets by name, and sees latency and side chain
@@ -184,6 +185,16 @@ class Checks:
             allowed = len(re.findall(r"sem_post", out))
             self.expect(scopes > 10 and findings <= allowed, f"{plugin['uri']}: {out[-2000:]}")
 
+    def loading(self):
+        program = ("import ctypes, sys, time; start = time.process_time(); library = ctypes.CDLL(sys.argv[1]);"
+                   "library.lv2_descriptor.restype = ctypes.c_void_p; count = 0\n"
+                   "while library.lv2_descriptor(count): count += 1\n"
+                   "print(1000 * (time.process_time() - start), count)")
+        runs = [run(sys.executable, "-c", program, self.bundles / "zuc.lv2/zuc.so").split() for _ in range(9)]
+        fastest = min(float(milliseconds) for milliseconds, _ in runs)
+        self.expect(fastest < 20 and int(runs[0][1]) >= len(self.plugins), runs)
+        print(f"Loading: {fastest:.1f} ms")
+
     def jack(self):
         os.environ["JACK_DEFAULT_SERVER"] = JACK_SERVER
         server = subprocess.Popen(["jackd", "-n", JACK_SERVER, "--no-realtime", "-d", "dummy", "-r", str(RATE),
@@ -241,7 +252,7 @@ class Checks:
 def main(build, work, *names):
     checks = Checks(build, work)
     known = {"Metadata": checks.metadata, "SameSamples": checks.same_samples, "Apply": checks.apply,
-             "Ffmpeg": checks.ffmpeg, "RealTime": checks.real_time, "Jack": checks.jack, "Ardour": checks.ardour}
+             "Ffmpeg": checks.ffmpeg, "Loading": checks.loading, "RealTime": checks.real_time, "Jack": checks.jack, "Ardour": checks.ardour}
     for name in names:
         before, start = checks.count, time.monotonic()
         try:

@@ -32,10 +32,16 @@ public:
         : ports_(info),
           urids_(urids),
           buffers_(ports_.GetCount(), nullptr),
-          processor_(std::move(info), rateHz) {}
+          processor_(std::move(info), rateHz) {
+        for (const host::PluginControl& control : processor_.GetInfo().controls)
+            initial_.push_back(control.initial);
+        for (std::size_t port = 0; port < buffers_.size(); ++port) ConnectInitial(port);
+    }
 
     void Connect(std::size_t port, void* buffer) {
-        if (port < buffers_.size()) buffers_[port] = static_cast<float*>(buffer);
+        if (port >= buffers_.size()) return;
+        buffers_[port] = static_cast<float*>(buffer);
+        if (!buffer) ConnectInitial(port);
     }
     void Activate() { processor_.Start(); }
     void Deactivate() { processor_.Stop(); }
@@ -45,6 +51,10 @@ public:
     LV2_State_Status Restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
 
 private:
+    /// A control that is not connected has its initial value.
+    void ConnectInitial(std::size_t port) {
+        if (port >= ports_.GetControl(0)) buffers_[port] = &initial_[port - ports_.GetControl(0)];
+    }
     bool AreConnected(std::size_t firstPort, std::size_t count) const {
         for (std::size_t i = 0; i < count; ++i)
             if (!buffers_[firstPort + i]) return false;
@@ -57,6 +67,7 @@ private:
     Ports ports_;
     Urids urids_;
     std::vector<float*> buffers_;  // of each port, as the host connected them
+    std::vector<float> initial_;   // of the controls
     host::PluginProcessor processor_;
 };
 
@@ -67,9 +78,7 @@ void Plugin::Run(int frames) {
                          AreConnected(ports_.GetSide(0), info.sideChannels);
     processor_.SetEnabled(IsOn(ports_.GetEnabled(), true));
     processor_.SetSideChainUsed(hasSide);
-    float* const* controls = buffers_.data() + ports_.GetControl(0);
-    for (std::size_t i = 0; i < info.controls.size(); ++i)
-        if (controls[i]) processor_.SetControl(i, *controls[i]);
+    processor_.SetControls(buffers_.data() + ports_.GetControl(0));
     if (float* latency = buffers_[ports_.GetLatency()])
         *latency = static_cast<float>(processor_.GetLatencyFrames());
     if (frames <= 0 || !AreConnected(0, 2 * channels)) return;
