@@ -185,7 +185,7 @@ TEST_F(PluginProcessorTest, PutsOutTheInputInTimeWhenSwitchedOff) {
             const auto latency =
                 std::min(kFrames, static_cast<std::size_t>(processor.GetLatencyFrames()));
             for (std::size_t c = 0; c < in.size(); ++c)
-                std::copy_n(in[c].begin(), kFrames - latency, expected[c].begin() + latency);
+                std::copy_n(in[c].begin(), kFrames - latency, expected[c].data() + latency);
             EXPECT_EQ(DescribeDifference(out, expected), "");
         }
     }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -40,9 +41,10 @@ double Measure(Block&& block) {
 /// Stereo noise that does not change: outputs lie elsewhere.
 struct Audio {
     explicit Audio(int frames) : samples(6, std::vector<float>(static_cast<std::size_t>(frames))) {
+        std::minstd_rand random(1);
+        std::uniform_real_distribution<float> uniform(-0.5f, 0.5f);
         for (auto& channel : samples)
-            for (float& sample : channel)
-                sample = static_cast<float>(std::rand()) / static_cast<float>(RAND_MAX) - 0.5f;
+            for (float& sample : channel) sample = uniform(random);
         for (auto& channel : samples) pointers.push_back(channel.data());
     }
     std::vector<std::vector<float>> samples;
@@ -103,7 +105,7 @@ bool Compare(LV2_Descriptor_Function list, const host::PluginInfo& info, int fra
 int Run(const char* path, int frames) {
     void* library = dlopen(path, RTLD_NOW);
     if (!library) {
-        std::fprintf(stderr, "%s\n", dlerror());
+        std::fprintf(stderr, "zuc_lv2_cost: %s cannot be loaded\n", path);
         return 2;
     }
     const auto list = reinterpret_cast<LV2_Descriptor_Function>(dlsym(library, "lv2_descriptor"));
