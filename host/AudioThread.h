@@ -5,6 +5,8 @@ extern "C" {
 // NOLINTBEGIN(readability-identifier-naming): the guard's names
 [[gnu::weak]] void rtguard_enter();
 [[gnu::weak]] void rtguard_leave();
+[[gnu::weak]] unsigned long rtguard_count_findings();
+[[gnu::weak]] const char* rtguard_describe_last();
 // NOLINTEND(readability-identifier-naming)
 }
 

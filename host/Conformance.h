@@ -11,7 +11,7 @@
 namespace zuc::host {
 
 /// How the checks learn that processing allocated, waited or called the system. A program that is
-/// linked with a guard fills it in; without one those checks are left out and said to be.
+/// linked with a guard fills it in, FindRealTimeProbe does; without one those checks are left out and said to be.
 struct RealTimeProbe {
     void (*enter)() = nullptr;
     void (*leave)() = nullptr;
@@ -20,6 +20,9 @@ struct RealTimeProbe {
 
     bool IsActive() const { return enter != nullptr; }
 };
+
+/// The guard that this program is linked with or was started under; inactive without one. [any]
+RealTimeProbe FindRealTimeProbe();
 
 struct ConformanceOptions {
     std::uint64_t seed = 1;
@@ -37,6 +40,7 @@ struct Finding {
 struct ConformanceCheck {
     std::string_view name;
     std::string_view promise;  // one sentence for people
+    int level = 3;             // of thoroughness from which it runs: 1 quick, 3 usual, 5 stress
 };
 
 /// The rules, in the order in which they run. [any]

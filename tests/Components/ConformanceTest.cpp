@@ -15,9 +15,8 @@ namespace {
 
 host::ConformanceOptions Options() {
     host::ConformanceOptions options;
-    if (rtguard::IsActive())
-        options.probe = {rtguard::Enter, rtguard::Leave, rtguard::CountFindings,
-                         rtguard::DescribeLast};
+    options.probe = host::FindRealTimeProbe();
+    EXPECT_EQ(options.probe.IsActive(), rtguard::IsActive());
     return options;
 }
 

@@ -152,5 +152,9 @@ bool TakeAllocationFailure() {
 }  // namespace rtguard
 
 // For those who find the guard only when it is there.
-extern "C" void rtguard_enter() { rtguard::Enter(); }  // NOLINT(readability-identifier-naming)
-extern "C" void rtguard_leave() { rtguard::Leave(); }  // NOLINT(readability-identifier-naming)
+// NOLINTBEGIN(readability-identifier-naming)
+extern "C" void rtguard_enter() { rtguard::Enter(); }
+extern "C" void rtguard_leave() { rtguard::Leave(); }
+extern "C" unsigned long rtguard_count_findings() { return rtguard::CountFindings(); }
+extern "C" const char* rtguard_describe_last() { return rtguard::DescribeLast(); }
+// NOLINTEND(readability-identifier-naming)

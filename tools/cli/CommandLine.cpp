@@ -41,6 +41,7 @@ public:
         AddBeats();
         AddRemix();
         AddPlot();
+        AddValidate();
         AddDoctor();
         AddConsole();
         AddDemo();
@@ -339,6 +340,25 @@ private:
         command.required = {{"KIND", &o.kind}, {"-o", &o.output}};
     }
 
+    void AddValidate() {
+        Command& command =
+            AddCommand(app_, "validate", "Check that effects keep their promises", validate_);
+        ValidateOptions& o = validate_;
+        command.app->add_option("EFFECT", o.effects, "Which; all without it");
+        command.app->add_option("--level", o.level, "1 quick to 10 very long (5)");
+        command.app->add_option("--seed", o.seed, "Of what is drawn at random (1)");
+        command.app->add_option("--junit", o.junit, "Write a report for CI servers, JUnit XML");
+        command.app->add_flag("--json", o.json, "For programs");
+        command.app->add_flag("-v,--verbose", o.verbose, "Every check, and why one was left out");
+        command.app->footer(
+            "Levels: 1 parameters, presets, settings, layouts, sound; 3 blocks, latency, tail, "
+            "clicks and "
+            "more;\n5 hostile values and threads too; each further level draws twice as often.\n"
+            "Real-time safety is checked when a guard is present:\n"
+            "  LD_PRELOAD=librtguard.so zuc validate\n"
+            "Exit code 6 when a promise is broken.");
+    }
+
     void AddDoctor() {
         Command& command =
             AddCommand(app_, "doctor", "Check that this installation works", doctor_);
@@ -383,6 +403,7 @@ private:
     BeatsOptions beats_;
     RemixOptions remix_;
     PlotOptions plot_;
+    ValidateOptions validate_;
     DoctorOptions doctor_;
     ConsoleOptions console_;
     DemoOptions demo_;

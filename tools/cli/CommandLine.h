@@ -159,6 +159,15 @@ struct PlotOptions {
     std::string scale = "auto";
 };
 
+struct ValidateOptions {
+    std::vector<std::string> effects;  // none: all
+    std::string level = "5";
+    std::string seed = "1";
+    std::string junit;
+    bool json = false;
+    bool verbose = false;
+};
+
 struct DoctorOptions {
     bool json = false;
     bool monitor = false;
@@ -188,6 +197,7 @@ using Request = std::variant<HelpRequest,
                              BeatsOptions,
                              RemixOptions,
                              PlotOptions,
+                             ValidateOptions,
                              DoctorOptions,
                              ConsoleOptions,
                              DemoOptions>;

@@ -18,6 +18,7 @@ int RunPresetSave(const PresetSaveOptions& options);
 int RunBeats(const BeatsOptions& options);
 int RunRemix(const RemixOptions& options);
 int RunPlot(const PlotOptions& options);
+int RunValidate(const ValidateOptions& options);
 int RunDoctor(const DoctorOptions& options);
 int RunConsole(const ConsoleOptions& options);
 int RunDemo(const DemoOptions& options);

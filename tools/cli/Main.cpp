@@ -58,6 +58,7 @@ int Run(int argc, char** argv) {
                    [](const cli::BeatsOptions& o) { return cli::RunBeats(o); },
                    [](const cli::RemixOptions& o) { return cli::RunRemix(o); },
                    [](const cli::PlotOptions& o) { return cli::RunPlot(o); },
+                   [](const cli::ValidateOptions& o) { return cli::RunValidate(o); },
                    [](const cli::DoctorOptions& o) { return cli::RunDoctor(o); },
                    [](const cli::ConsoleOptions& o) { return cli::RunConsole(o); },
                    [](const cli::DemoOptions& o) { return cli::RunDemo(o); }},
