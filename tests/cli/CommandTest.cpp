@@ -54,6 +54,17 @@ TEST_F(CommandTest, TellsOfEffectsAndOfItself) {
     const Outcome doctor = RunZuc({"doctor", "--json"});
     EXPECT_EQ(doctor.exitCode, 0);
     EXPECT_EQ(json::parse(doctor.out)["ok"], true);
+
+    const std::string junit = folder_ / "report.xml";
+    const Outcome validation =
+        RunZuc({"validate", "amplify", "--level", "1", "--json", "--junit", junit});
+    EXPECT_EQ(validation.exitCode, 0) << validation.err;
+    const auto validated = json::parse(validation.out);
+    EXPECT_EQ(validated["broken"], 0);
+    EXPECT_EQ(validated["effects"][0]["checks"][0]["status"], "kept");
+    std::ifstream report(junit);
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(report), {}),
+                HasSubstr("<testsuite name=\"amplify\""));
 }
 
 TEST_F(CommandTest, ExitCodesSayWhatWentWrong) {
