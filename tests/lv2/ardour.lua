@@ -19,5 +19,6 @@ for name in io.lines(arg[4]) do
         print("preset", plugin:last_preset().label)
     end
 end
+session:save_state("")
 close_session()
 quit()
