@@ -23,7 +23,7 @@ Playback::Playback(AudioReader& reader, ChainProcessor& chain, int rateHz, const
       channels_(chain.GetChannelCount()),
       rateHz_(rateHz),
       loops_(options.loops),
-      queue_(channels_ * std::max<std::size_t>(4 * kReadFrames,
+      queue_(channels_ * std::max<std::size_t>(std::size_t{4} * kReadFrames,
                                                static_cast<std::size_t>(kQueueSeconds * rateHz))),
       readBlock_(channels_, kReadFrames),
       readFrames_(channels_ * kReadFrames),

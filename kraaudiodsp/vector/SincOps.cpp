@@ -88,7 +88,7 @@ public:
 
 private:
     MovingTap tap_;
-    const float* in_[kChannels];
+    const float* in_[kChannels] = {};
 };
 
 /// The columns of each channel for some frames.
@@ -129,7 +129,7 @@ void Read(float* const* out,
           std::size_t tapCount,
           std::size_t count) {
     const Tag d;
-    Piece<kChannels> piece;
+    Piece<kChannels> piece{};
     for (std::size_t done = 0; done < count; done += kPieceFrames) {
         piece.firstFrame = static_cast<std::int64_t>(done);
         piece.frames = std::min(kPieceFrames, count - done);

@@ -249,8 +249,8 @@ void ParametricEqualizer::Process(
         if (isFirstBlock_) transition_->Start(*wanted_, channels);
         isFirstBlock_ = false;
     }
-    std::array<float*, kMaxChannelCount> from;
-    std::array<float*, kMaxChannelCount> to;
+    std::array<float*, kMaxChannelCount> from{};
+    std::array<float*, kMaxChannelCount> to{};
     for (int done = 0; done < frames;) {
         const int run = transition_->Advance(*wanted_, channels, frames - done);
         for (std::size_t c = 0; c < channels.size(); ++c) {
