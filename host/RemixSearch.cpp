@@ -21,6 +21,7 @@ using kracore::debug::DebugDatabase;
 constexpr char16_t kAvoidLoops[] = u"Remix.AvoidLoops";
 
 constexpr int kMostTries = 8;          // to keep a limit
+constexpr int kMostRefinements = 3;    // of a free end
 constexpr double kSameSeconds = 1e-6;  // durations that are no further apart are equal
 constexpr double kBeatsOfFade = 8;     // of an end that is not the song's own: two bars
 constexpr double kShortestFadeBeats = 0.5;
@@ -140,14 +141,31 @@ std::optional<RemixPlan> RemixSearch::FindWithin(double targetSeconds,
         RemixPlan plan = Search(asked, slackSeconds);
         plan.targetSeconds = targetSeconds;
         const double over = ToSeconds(plan.GetDuration()) - targetSeconds;
-        if (limit == RemixRequest::Limit::kNone ||
-            (limit == RemixRequest::Limit::kAtLeast ? over >= -kSameSeconds : over <= kSameSeconds))
+        if (limit == RemixRequest::Limit::kAtLeast ? over >= -kSameSeconds : over <= kSameSeconds)
             return plan;
         // Further than the excess, and more each time: within the slack the end need not give way.
         asked -= over + std::copysign(further, over);
         further *= 2;
     }
     return std::nullopt;
+}
+
+RemixPlan RemixSearch::FindNearest(double targetSeconds) {
+    double asked = targetSeconds;
+    RemixPlan best;
+    double bestOver = 0;
+    for (int i = 0; i < kMostRefinements; ++i) {
+        RemixPlan plan = Search(asked, request_.slackSeconds);
+        plan.targetSeconds = targetSeconds;
+        const double over = ToSeconds(plan.GetDuration()) - targetSeconds;
+        if (!best.segments.empty() && std::abs(over) >= std::abs(bestOver)) break;
+        best = std::move(plan);
+        bestOver = over;
+        // An anchored end is off by the slack, which the music needs.
+        if (request_.endsAtEnd || std::abs(over) < song_.gridStepSeconds / 4) break;
+        asked -= over;
+    }
+    return best;
 }
 
 bool RemixSearch::EndAt(RemixPlan& plan, double targetSeconds) const {
@@ -195,6 +213,7 @@ RemixPlan RemixSearch::Find(double targetSeconds) {
                     fmt::format("{} s and more", kShortestRemixSeconds));
     if (song_.beatTimes.size() < 2) Refuse(targetSeconds, "the song has no beats");
     if (request_.isExact) return FindExact(targetSeconds);
+    if (request_.limit == RemixRequest::Limit::kNone) return FindNearest(targetSeconds);
     auto plan = FindWithin(targetSeconds, request_.limit, request_.slackSeconds);
     if (!plan) Refuse(targetSeconds, "every one found is too long or too short");
     return *plan;

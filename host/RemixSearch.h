@@ -56,6 +56,7 @@ private:
     std::optional<RemixPlan> FindWithin(double targetSeconds,
                                         RemixRequest::Limit limit,
                                         int slackSeconds);
+    RemixPlan FindNearest(double targetSeconds);
     RemixPlan FindExact(double targetSeconds);
     bool EndAt(RemixPlan& plan, double targetSeconds) const;
     boost::intrusive_ptr<components::MusicRetarget> MakeEffect(double targetSeconds,

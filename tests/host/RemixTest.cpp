@@ -183,7 +183,7 @@ TEST_F(RemixTest, KeepsWhatIsAsked) {
     exactFree = exact;
     exactFree.endsAtEnd = exactFree.startsAtStart = false;
     for (const Row& row : {Row{"as a rule", {}, -5, 5, false, true, true},
-                           Row{"free end", free, -1.0, 0.5, false, true, false},
+                           Row{"free end", free, -0.5, 0.5, false, true, false},
                            Row{"at least", least, 0, 5, false, true, true},
                            Row{"at most", most, -6, 0, false, true, true},
                            Row{"exact", exact, 0, 0, true, true, false},
