@@ -26,13 +26,20 @@ class TableDriven : public Base {
 public:
     int GetParameterCount() const override { return static_cast<int>(tables_.parameters.size()); }
 
-    /// Clamps to [0, 1], stores, marks the settings dirty. [host]
+    /// Clamps to [0, 1], stores, marks the settings dirty. A meter stays as it is. [host]
     void SetParameter(int index, float normalized) override {
-        if (!std::isfinite(normalized)) return;
+        if (!std::isfinite(normalized) || IsMeter(index)) return;
         normalized = std::clamp(normalized, 0.0f, 1.0f);
         if (const auto info = this->GetParameterInfo(index); info && IsRow(index))
             SetValue(index, info->FromNormalized(normalized));
         Base::SetParameter(index, normalized);
+    }
+
+    /// A meter answers what the audio thread last showed on it. [host]
+    float GetParameter(int index) const override {
+        if (!IsMeter(index)) return Base::GetParameter(index);
+        const ParameterRow& row = tables_.parameters[At(index)];
+        return std::clamp(ToNormalized(row, Value(index)), 0.0f, 1.0f);
     }
 
     int GetNumFactoryPresets() const override { return static_cast<int>(tables_.presets.size()); }
@@ -95,6 +102,11 @@ protected:
         MarkSettingsDirty();
     }
 
+    /// Shows a value in the parameter's own unit on a meter. [audio]
+    void ShowOnMeter(int index, float value) {
+        values_[At(index)].store(value, std::memory_order_relaxed);
+    }
+
     void MarkSettingsDirty() { settingsDirty_.store(true, std::memory_order_release); }
     /// True once after a change; the audio thread asks at the start of each block. [audio]
     bool TakeSettingsDirty() {
@@ -107,6 +119,9 @@ protected:
 
 private:
     static constexpr std::size_t At(int index) { return static_cast<std::size_t>(index); }
+    bool IsMeter(int index) const {
+        return IsRow(index) && tables_.parameters[At(index)].role == Role::kMeter;
+    }
     bool IsRow(int index) const { return index >= 0 && index < GetParameterCount(); }
 
     EffectTables tables_;

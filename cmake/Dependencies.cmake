@@ -15,6 +15,7 @@ if(ZUC_LV2)
 endif()
 if(BUILD_TESTING)
   find_package(GTest 1.12 REQUIRED)                             # GTest::gmock GTest::gtest_main
+  pkg_check_modules(EBUR128 REQUIRED IMPORTED_TARGET libebur128>=1.2)  # MIT; a second opinion on loudness
 endif()
 if(ZUC_BENCHMARKS)
   find_package(benchmark 1.7 REQUIRED)                          # benchmark::benchmark_main

@@ -61,6 +61,9 @@ Setting ApplySetting(const Setting& setting,
         if (parameter->role == AudioFilterParameterRole::kFollowsLayout)
             throw Error(ExitCode::kUsage,
                         slug + ": " + parameter->slug + " follows the channels and cannot be set");
+        if (parameter->role == AudioFilterParameterRole::kMeter)
+            throw Error(ExitCode::kUsage,
+                        slug + ": " + parameter->slug + " is a meter and cannot be set");
         const float normalized = ParseValue(*parameter, setting.text, slug);
         filter.SetParameterAutomated(parameter->index, normalized);
         const std::string& name = parameter->slug;

@@ -36,13 +36,15 @@ bool IsControl(const Parameter& parameter) {
         case AudioFilterParameterRole::kLink:
         case AudioFilterParameterRole::kDisplay:
         case AudioFilterParameterRole::kFollowsLayout:
+        case AudioFilterParameterRole::kMeter:
             return false;
     }
     return false;
 }
 
 bool IsHidden(const Parameter& parameter) {
-    return !IsControl(parameter) && parameter.role != AudioFilterParameterRole::kFollowsLayout;
+    return !IsControl(parameter) && parameter.role != AudioFilterParameterRole::kFollowsLayout &&
+           parameter.role != AudioFilterParameterRole::kMeter;
 }
 
 std::string MakeSymbol(const std::string& slug) {

@@ -8,7 +8,7 @@
 
 #include "host/Error.h"
 #include "host/OfflineSession.h"
-#include "host/PeakLimiter.h"
+#include "host/OutputStage.h"
 #include "host/RenderSource.h"
 #include "host/SpooledAudio.h"
 #include "host/Text.h"
@@ -18,8 +18,11 @@ namespace zuc::host {
 namespace {
 
 constexpr float kFullScale = 1.0f;
+constexpr int kMostLoudnessCorrections = 3;
+constexpr double kLoudnessTolerance = 0.05;  // LU
 
 float ToDb(float gain) { return 20.0f * std::log10(gain); }
+float FromDb(double db) { return static_cast<float>(std::pow(10.0, db / 20.0)); }
 
 /// Positions of the metadata count from the start of the range, at the rate of the output.
 AudioMetadata MoveMetadata(
@@ -53,6 +56,7 @@ public:
           rateHz_(rateHz),
           options_(options),
           fileSource_(reader, options.range, rateHz, chain.GetMaximumBlockFrames()),
+          finish_(rateHz, chain.GetChannelCount(), chain.GetMaximumBlockFrames()),
           block_(chain.GetChannelCount(), chain.GetMaximumBlockFrames()) {
         if (!options.sideChain) return;
         side_.emplace(*options.sideChain, options.range, rateHz, chain.GetMaximumBlockFrames());
@@ -64,16 +68,24 @@ public:
         const kracore::utility::FlushToZeroScope flushToZero;
         const auto start = std::chrono::steady_clock::now();
         report_.input = reader_.GetInfo();
+        report_.loudnessTargetLufs = options_.loudnessLufs;
         passCount_ = static_cast<int>(chain_.GetStretchCount());
-        if (options_.onClip == OnClip::kNormalize) ++passCount_;
+        if (ReadsTwice()) ++passCount_;
         for (std::size_t i = 0; i + 1 < chain_.GetStretchCount(); ++i) RunOfflineEffect(i);
         chain_.SelectStretch(chain_.GetStretchCount() - 1);
-        if (options_.onClip == OnClip::kNormalize) MeasureGain();
+        if (options_.onClip == OnClip::kLimit) finish_.UseLimiter(0.0f, false);
+        if (options_.onClip == OnClip::kNormalize) NormalizePeak();
+        if (options_.loudnessLufs) NormalizeLoudness(*options_.loudnessLufs);
         AudioWriter writer(MakeWriterOptions(), MakeMetadata());
+        const bool measures = options_.measuresLoudness || options_.loudnessLufs.has_value();
+        finish_.Measure(measures);
         RunPass([&](float* const* audio, int frames) {
+            finish_.Take(audio, frames);
             writer.Write(audio, frames);
             overs_ = writer.GetOvers().count;
         });
+        report_.limiterLowestGainDb = finish_.GetLowestGainDb();
+        if (measures) report_.loudness = finish_.GetLoudness();
         TakeCompletionText();
         report_.overs = writer.GetOvers();
         if (options_.onClip == OnClip::kError && report_.overs.count > 0) FailOnOvers();
@@ -113,7 +125,7 @@ private:
             input = std::move(output);
         }
         stage_ = std::move(input);
-        if (options_.onClip == OnClip::kNormalize) StoreStage();
+        if (ReadsTwice()) StoreStage();
         stageSource_.emplace(*stage_, TimeRange{}, rateHz_, chain_.GetMaximumBlockFrames());
         source_ = &*stageSource_;
     }
@@ -149,31 +161,68 @@ private:
         return stored;
     }
 
-    /// The pass before the real one finds the peak, and with it the gain.
-    void MeasureGain() {
+    /// Whether the last stretch runs for the measurement of its output before it runs for the file.
+    bool ReadsTwice() const {
+        return options_.onClip == OnClip::kNormalize || options_.loudnessLufs.has_value();
+    }
+
+    /// A pass that only measures.
+    template <class Sink>
+    void RunMeasurement(const Sink& sink) {
+        passCount_ = pass_ + 1;
+        isMeasuring_ = true;
+        RunPass(sink);
+        isMeasuring_ = false;
+        ++pass_;
+    }
+
+    void NormalizePeak() {
         float peak = 0.0f;
-        RunPass([&](float* const* audio, int frames) {
+        RunMeasurement([&](float* const* audio, int frames) {
             for (std::size_t c = 0; c < chain_.GetChannelCount(); ++c)
                 for (int i = 0; i < frames; ++i) {
                     const float level = std::abs(audio[c][i]);
                     if (level > peak && std::isfinite(level)) peak = level;
                 }
         });
-        ++pass_;
         if (peak <= kFullScale) return;
-        gain_ = kFullScale / peak;
-        while (gain_ * peak > kFullScale) gain_ = std::nextafter(gain_, 0.0f);
-        report_.normalizeGainDb = ToDb(gain_);
+        float gain = kFullScale / peak;
+        while (gain * peak > kFullScale) gain = std::nextafter(gain, 0.0f);
+        TakeGain(gain);
     }
 
-    /// Whether the present pass only finds the peak.
-    bool IsMeasuring() const {
-        return options_.onClip == OnClip::kNormalize && pass_ == passCount_ - 1;
+    /// One pass finds the gain. Where it lifts peaks above the ceiling, more of them through the limiter find
+    /// what that takes off the loudness, which changes with the gain.
+    void NormalizeLoudness(double lufs) {
+        const MeasuredLoudness before = MeasureLoudness();
+        if (!std::isfinite(before.integratedLufs)) return;  // nothing to hear
+        double gainDb = lufs - before.integratedLufs;
+        TakeGain(FromDb(gainDb));
+        if (FromDb(gainDb) * before.truePeak <= FromDb(kLoudnessCeilingDb)) return;
+        finish_.UseLimiter(kLoudnessCeilingDb, true);
+        for (int k = 0; k < kMostLoudnessCorrections; ++k) {
+            const double missing = lufs - MeasureLoudness().integratedLufs;
+            if (std::abs(missing) < kLoudnessTolerance) return;
+            gainDb += missing;
+            TakeGain(FromDb(gainDb));
+        }
+    }
+
+    MeasuredLoudness MeasureLoudness() {
+        finish_.Measure(true);
+        RunMeasurement([&](float* const* audio, int frames) { finish_.Take(audio, frames); });
+        return finish_.GetLoudness();
+    }
+
+    void TakeGain(float gain) {
+        gain_ = gain;
+        finish_.SetGain(gain);
+        report_.normalizeGainDb = ToDb(gain);
     }
 
     bool LeavesSamplesAlone() const {
         return chain_.GetFilters().empty() && rateHz_ == reader_.GetInfo().rateHz &&
-               gain_ == 1.0f && options_.onClip != OnClip::kLimit;
+               gain_ == 1.0f && options_.onClip != OnClip::kLimit && !options_.loudnessLufs;
     }
 
     AudioWriterOptions MakeWriterOptions() const {
@@ -226,19 +275,16 @@ private:
                                          rateHz_ / reader_.GetInfo().rateHz),
                             source_->GetTotalFrames());
         chain_.Resume();
-        limiter_.reset();
-        if (options_.onClip == OnClip::kLimit && pass_ == passCount_)
-            limiter_ = std::make_unique<PeakLimiter>(
-                rateHz_, static_cast<int>(chain_.GetChannelCount()), kFullScale);
+        finish_.Start();
         const std::int64_t latencyFrames = chain_.GetLatencyFrames();
         const std::int64_t tailFrames = CountTailFrames();
-        if (!IsMeasuring()) {
+        if (!isMeasuring_) {
             report_.latencyFrames += latencyFrames;
             report_.tailFrames += tailFrames;
         }
         const std::int64_t total = source_->GetTotalFrames();
         framesTotal_ = total < 0 ? -1 : total + tailFrames;
-        framesToDrop_ = latencyFrames + (limiter_ ? limiter_->GetLatencyFrames() : 0);
+        framesToDrop_ = latencyFrames + finish_.GetLatencyFrames();
         report_.framesOut = 0;
 
         const int blockFrames = chain_.GetMaximumBlockFrames();
@@ -252,7 +298,6 @@ private:
             silence -= frames;
         }
         chain_.Suspend();
-        if (limiter_) report_.limiterLowestGainDb = ToDb(limiter_->GetLowestGain());
     }
 
     template <class Sink>
@@ -261,10 +306,7 @@ private:
             throw Interrupted();
         float** audio = block_.GetChannels();
         chain_.Process(audio, frames, ReadSideChain(frames));
-        if (gain_ != 1.0f)
-            for (std::size_t c = 0; c < chain_.GetChannelCount(); ++c)
-                for (int i = 0; i < frames; ++i) audio[c][i] *= gain_;
-        if (limiter_) limiter_->Process(audio, frames);
+        finish_.Process(audio, frames);
         const int dropped = static_cast<int>(std::min<std::int64_t>(framesToDrop_, frames));
         framesToDrop_ -= dropped;
         if (dropped < frames) sink(block_.GetChannelsFrom(dropped), frames - dropped);
@@ -306,13 +348,14 @@ private:
     const OfflineSession* offline_ = nullptr;  // that makes it; null when it is done
     std::optional<RenderSource> stageSource_;
     RenderSource* source_ = &fileSource_;  // of the present stretch
+    OutputStage finish_;                   // of the last one
     AudioBlock block_;
     std::optional<RenderSource> side_;
     std::optional<AudioBlock> sideBlock_;
-    std::unique_ptr<PeakLimiter> limiter_;
     float gain_ = 1.0f;
     int pass_ = 1;
     int passCount_ = 1;
+    bool isMeasuring_ = false;
     std::int64_t overs_ = 0;
     std::int64_t framesTotal_ = -1;
     std::int64_t framesToDrop_ = 0;

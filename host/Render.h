@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,15 @@ struct Tail {
 /// Reads "auto", "none" or a time. Throws Error (kUsage). [any]
 Tail ParseTail(std::string_view text);
 
+/// How loud a finished output is (ITU-R BS.1770-4).
+struct MeasuredLoudness {
+    double integratedLufs = 0.0;  // -infinity for silence and less than 400 ms
+    float truePeak = 0.0f;        // linear
+};
+
+/// Ceiling of the true peaks where an output is brought to a loudness.
+inline constexpr float kLoudnessCeilingDb = -1.0f;
+
 /// The longest tail that kAuto gives; feedback at 100 % reports one without end.
 inline constexpr double kMaximumAutoTailSeconds = 60.0;
 
@@ -48,6 +58,11 @@ struct RenderOptions {
     TimeRange range;
     Tail tail;
     OnClip onClip = OnClip::kWarn;
+    /// Integrated loudness that the output gets, by one gain for all of it; peaks above kLoudnessCeilingDb
+    /// are limited. Takes one more pass over the input, two to four more where there is something to limit. Not together with
+    /// kNormalize.
+    std::optional<double> loudnessLufs;
+    bool measuresLoudness = false;  // for the report; always done with loudnessLufs
     /// Feeds the side chain of the effects that have one, from the same time on and at any rate; silent
     /// behind its end. The chain must have been made for its channels.
     AudioSource* sideChain = nullptr;
@@ -68,7 +83,9 @@ struct RenderReport {
     std::int64_t tailFrames = 0;
     bool isTailCut = false;  // the effects report more than kMaximumAutoTailSeconds
     Overs overs;
-    float normalizeGainDb = 0.0f;
+    float normalizeGainDb = 0.0f;  // that kNormalize or a loudness took
+    std::optional<MeasuredLoudness> loudness;
+    std::optional<double> loudnessTargetLufs;  // that was asked for
     float limiterLowestGainDb = 0.0f;
     std::int64_t nonFiniteSamplesIn = 0;
     std::vector<std::string> lostMetadata;

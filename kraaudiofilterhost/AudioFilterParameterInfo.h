@@ -25,12 +25,13 @@ enum class AudioFilterParameterInfoUnit : int {
 
 /// How a shell should treat a parameter beyond its range.
 enum class AudioFilterParameterRole {
-    kControl,       // shapes the sound
-    kSwitch,        // shapes the sound; on from the middle of its range upwards
-    kCount,         // shapes the sound; its value is a whole number, others count as the nearest
-    kLink,          // on or off; ties other parameters together while a person edits them
-    kDisplay,       // stored for the user interface, changes no sample
-    kFollowsLayout  // tells the channel count; setting it does nothing
+    kControl,        // shapes the sound
+    kSwitch,         // shapes the sound; on from the middle of its range upwards
+    kCount,          // shapes the sound; its value is a whole number, others count as the nearest
+    kLink,           // on or off; ties other parameters together while a person edits them
+    kDisplay,        // stored for the user interface, changes no sample
+    kFollowsLayout,  // tells the channel count; setting it does nothing
+    kMeter           // tells what the effect does at the moment; setting it does nothing
 };
 
 /// Describes one parameter: its name, its unit, and how its normalized value in [0, 1] maps to its own

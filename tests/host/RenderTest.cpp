@@ -219,6 +219,51 @@ TEST_F(RenderTest, TreatsSamplesBeyondFullScaleAsAsked) {
     EXPECT_EQ(Render({}).normalizeGainDb, 0.0f) << "what does not clip stays as it is";
 }
 
+TEST_F(RenderTest, BringsTheOutputToALoudness) {
+    constexpr std::size_t kSeconds = 2;
+    Audio quiet = Silence(2, kSeconds * kRateHz);
+    std::mt19937 random(5);
+    for (auto& channel : quiet)
+        for (float& x : channel)
+            x = 0.1f * static_cast<float>(static_cast<double>(random()) / 2147483648.0 - 1.0);
+    Audio peaky = quiet;
+    for (std::size_t i = 4800; i < peaky[0].size(); i += 24000) peaky[0][i] = 0.9f;
+    const struct {
+        const char* name;
+        const Audio& audio;
+        double lufs;
+        bool isLimited;
+    } rows[] = {
+        {"down", quiet, -30.0, false},
+        {"up", quiet, -16.0, false},
+        {"up, with peaks in the way", peaky, -12.0, true},
+        {"silence stays", Silence(2, kSeconds * kRateHz), -16.0, false},
+    };
+    options_.output.samples = SampleFormat::kFloat32;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        WriteInput(row.audio);
+        options_.loudnessLufs = row.lufs;
+        const RenderReport report = Render({{"test-delay", "", {}}});
+        ASSERT_TRUE(report.loudness.has_value());
+        EXPECT_EQ(report.limiterLowestGainDb < 0.0f, row.isLimited);
+        EXPECT_EQ(report.framesOut, kSeconds * kRateHz + test::kDelayTailFrames);
+        if (GetPeak(row.audio) == 0.0f) {
+            EXPECT_EQ(report.normalizeGainDb, 0.0f);
+            EXPECT_FALSE(std::isfinite(report.loudness->integratedLufs));
+            continue;
+        }
+        EXPECT_NEAR(report.loudness->integratedLufs, row.lufs, 0.05);
+        EXPECT_LE(report.loudness->truePeak, std::pow(10.0, -0.99 / 20.0));
+        EXPECT_GE(report.loudness->truePeak, GetPeak(ReadOutput()));
+    }
+    options_.loudnessLufs.reset();
+    EXPECT_FALSE(Render({}).loudness.has_value()) << "it takes time";
+    options_.measuresLoudness = true;
+    EXPECT_TRUE(Render({}).loudness.has_value());
+    EXPECT_TRUE(ReadBytes("out.wav") == ReadBytes("in.wav")) << "measuring changes nothing";
+}
+
 TEST_F(RenderTest, LeavesNothingBehindWhenInterrupted) {
     WriteInput(Noise(2, 0.5f));
     std::atomic<int> interrupted{0};

@@ -166,6 +166,9 @@ private:
         app.add_option("--rate", o.rate, "Sample rate of the output, in Hz");
         app.add_option("--on-clip", o.onClip,
                        "Samples beyond full scale: warn, error, limit, normalize");
+        app.add_option("--loudness", o.loudness,
+                       "Bring the output to this integrated loudness, for example -16LUFS");
+        app.add_flag("--measure", o.measure, "Report loudness and true peak of the output");
         app.add_flag("--no-dither", o.noDither, "Round to 16 bits without dither");
         app.add_option("--block", o.block, "Frames per block; changes no sample");
         app.add_flag("-y,--yes", o.overwrite, "Replace an existing output");

@@ -43,6 +43,8 @@ struct RenderArguments {
     std::string format;
     std::string rate;
     std::string onClip = "warn";
+    std::string loudness;
+    bool measure = false;
     std::string block;
     bool noDither = false;
     bool overwrite = false;

@@ -34,6 +34,8 @@ std::string_view GetRoleName(AudioFilterParameterRole role) {
             return "display";
         case AudioFilterParameterRole::kFollowsLayout:
             return "follows-layout";
+        case AudioFilterParameterRole::kMeter:
+            return "meter";
     }
     return {};
 }
@@ -139,9 +141,13 @@ void PrintText(const host::Effect& effect,
     std::vector<std::vector<std::string>> rows{{"Parameter", "Range", "Default", ""}};
     for (const Parameter& parameter : host::GetParameters(filter)) {
         const bool follows = parameter.role == AudioFilterParameterRole::kFollowsLayout;
-        rows.push_back({parameter.slug, follows ? "" : host::FormatRange(parameter),
-                        follows ? "" : host::FormatValue(parameter, parameter.normalized),
-                        parameter.name + (follows ? " (set by the layout of the audio)" : "")});
+        const bool isMeter = parameter.role == AudioFilterParameterRole::kMeter;
+        rows.push_back(
+            {parameter.slug, follows ? "" : host::FormatRange(parameter),
+             follows || isMeter ? "" : host::FormatValue(parameter, parameter.normalized),
+             parameter.name + (follows   ? " (set by the layout of the audio)"
+                               : isMeter ? " (meter)"
+                                         : "")});
     }
     text.append("\n").append(FormatColumns(rows, ""));
     const auto presets = host::GetFactoryPresetNames(filter);

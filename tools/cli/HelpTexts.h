@@ -36,6 +36,7 @@ inline constexpr const char* kProcessExamples =
     "  zuc process in.wav out.wav -e amplify:gain=-6dB\n"
     "  zuc process in.wav out.flac --bits 16 --on-clip limit -e amplify:gain=+12dB\n"
     "  zuc process music.wav ducked.wav --sidechain voice.wav -e 'dynamics:preset=Smooth Vocal'\n"
+    "  zuc process in.wav out.wav --loudness -16LUFS           as loud as a podcast\n"
     "  zuc process in.wav part.wav --range 0:30..1:00          cut a part\n"
     "  zuc process in.wav out.wav --chain voice.json --tail 2  two seconds behind the end\n"
     "  zuc process - - --format flac -e amplify < in.wav > out.flac\n"

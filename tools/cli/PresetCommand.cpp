@@ -32,13 +32,14 @@ std::vector<std::pair<std::string, std::string>> GetPresets(const Effect& effect
     return presets;
 }
 
-/// What the preset makes of every parameter that does not merely follow the layout.
+/// What the preset makes of every parameter that can be set.
 host::ChainStep GetPresetValues(const Effect& effect, const std::string& name) {
     const host::AudioFilterPtr filter = Create(effect);
     host::ApplyStep({effect.slug, name, {}}, effect.slug, host::UserPresets(), *filter);
     host::ChainStep values{effect.slug, {}, {}};
     for (const host::Parameter& parameter : host::GetParameters(*filter))
-        if (parameter.role != kraaudiofilterhost::AudioFilterParameterRole::kFollowsLayout)
+        if (parameter.role != kraaudiofilterhost::AudioFilterParameterRole::kFollowsLayout &&
+            parameter.role != kraaudiofilterhost::AudioFilterParameterRole::kMeter)
             values.settings.push_back(
                 {parameter.slug, host::FormatValue(parameter, parameter.normalized)});
     return values;

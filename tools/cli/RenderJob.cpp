@@ -42,6 +42,20 @@ int ParseRate(const std::string& text) {
     return static_cast<int>(rate);
 }
 
+/// "-16", "-16LUFS" or "-16 LUFS".
+double ParseLoudness(const std::string& text) {
+    constexpr double kLowestLufs = -60.0;
+    std::string lower = host::ToLower(host::Trim(text));
+    if (lower.ends_with("lufs")) lower.resize(lower.size() - 4);
+    const auto number = kracore::utility::StringToNumber(std::string(host::Trim(lower)));
+    if (!number || !(*number >= kLowestLufs && *number <= 0.0))
+        throw Error(ExitCode::kUsage, "--loudness cannot be '" + text + "'",
+                    fmt::format("{:.0f} … 0 LUFS", kLowestLufs),
+                    "-14LUFS for music on streaming services, -16LUFS for podcasts, -23LUFS for "
+                    "broadcast");
+    return *number;
+}
+
 host::OnClip ParseOnClip(const std::string& text) {
     constexpr std::array kNames{"warn", "error", "limit", "normalize"};
     constexpr std::array kValues{host::OnClip::kWarn, host::OnClip::kError, host::OnClip::kLimit,
@@ -75,6 +89,15 @@ void ReadArguments(const RenderArguments& arguments, RenderJob& job, host::Fault
     faults.Try([&] { CheckOutput(arguments.output, arguments.overwrite, arguments.keepExisting); });
     faults.Try([&] { job.render.tail = host::ParseTail(arguments.tail); });
     faults.Try([&] { job.render.onClip = ParseOnClip(arguments.onClip); });
+    job.render.measuresLoudness = arguments.measure;
+    if (!arguments.loudness.empty())
+        faults.Try([&] {
+            job.render.loudnessLufs = ParseLoudness(arguments.loudness);
+            if (job.render.onClip == host::OnClip::kNormalize)
+                throw Error(ExitCode::kUsage,
+                            "--loudness and --on-clip normalize exclude each other", "",
+                            "--loudness limits peaks above -1 dBTP itself");
+        });
     if (!arguments.bits.empty())
         faults.Try([&] { job.render.output.samples = host::ParseSampleFormat(arguments.bits); });
     if (!arguments.rate.empty()) faults.Try([&] { job.rateHz = ParseRate(arguments.rate); });

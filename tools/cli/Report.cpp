@@ -14,6 +14,8 @@ namespace {
 
 using host::Json;
 
+constexpr double kTolerableLu = 0.5;
+
 std::string DescribeFile(const host::AudioFileInfo& info) {
     return fmt::format("{} ({}, {}, {} Hz, {} channel{})",
                        info.path == "-" ? "standard stream" : info.path, info.format, info.encoding,
@@ -24,6 +26,14 @@ Json FileToJson(const host::AudioFileInfo& info, std::int64_t frames) {
     return {{"path", info.path},         {"format", info.format}, {"encoding", info.encoding},
             {"bits", info.bits},         {"float", info.isFloat}, {"rate", info.rateHz},
             {"channels", info.channels}, {"frames", frames}};
+}
+
+std::string DescribeLoudness(const host::MeasuredLoudness& loudness) {
+    const std::string text = std::isfinite(loudness.integratedLufs)
+                                 ? fmt::format("{:.1f} LUFS", loudness.integratedLufs)
+                                 : "no loudness";
+    if (!(loudness.truePeak > 0.0f)) return text;
+    return text + fmt::format(", true peak {:.1f} dBTP", 20.0f * std::log10(loudness.truePeak));
 }
 
 /// Decibels of a linear peak; silence is null.
@@ -48,6 +58,16 @@ void SayWarnings(const host::RenderReport& report) {
     if (report.isInputTruncated)
         SayWarning(report.input.path +
                    ": ends before its header says; what there is was processed");
+    if (report.loudness && report.loudnessTargetLufs) {
+        const double missing = *report.loudnessTargetLufs - report.loudness->integratedLufs;
+        if (!std::isfinite(missing))
+            SayWarning("the output is silent or shorter than 400 ms; its level was not changed");
+        else if (missing > kTolerableLu)
+            SayWarning(
+                fmt::format("the loudness stays {:.1f} LU below the one asked for, because peaks "
+                            "leave no room; compress first, or ask for less",
+                            missing));
+    }
     if (report.isTailCut)
         SayWarning(
             fmt::format("the effects' tail is longer than {:.0f} s and was cut; --tail sets it",
@@ -62,10 +82,11 @@ void SayReport(const host::RenderReport& report, bool verbose) {
     std::string line =
         fmt::format("{}: {} of audio in {:.2f} s ({:.0f} x real time)", DescribeFile(report.output),
                     FormatDuration(seconds), report.seconds, report.GetSpeed());
-    if (report.normalizeGainDb < 0.0f)
+    if (report.normalizeGainDb != 0.0f)
         line += fmt::format(", gain {:.2f} dB", report.normalizeGainDb);
     if (report.limiterLowestGainDb < 0.0f)
         line += fmt::format(", limited by up to {:.2f} dB", -report.limiterLowestGainDb);
+    if (report.loudness) line += "; " + DescribeLoudness(*report.loudness);
     Say(line);
     for (const std::string& text : report.completionTexts) Say(text);
     if (!verbose) return;
@@ -102,6 +123,10 @@ void PrintReportJson(const host::RenderReport& report, const host::Chain& chain,
           {"gainToAvoidDb", report.overs.GetGainToAvoidDb()}}},
         {"peakDb", PeakToJson(report.overs.peak)},
         {"normalizeGainDb", report.normalizeGainDb},
+        {"loudnessLufs", report.loudness && std::isfinite(report.loudness->integratedLufs)
+                             ? Json(report.loudness->integratedLufs)
+                             : Json(nullptr)},
+        {"truePeakDb", report.loudness ? PeakToJson(report.loudness->truePeak) : Json(nullptr)},
         {"limiterLowestGainDb", report.limiterLowestGainDb},
         {"nonFiniteSamplesIn", report.nonFiniteSamplesIn},
         {"lostMetadata", report.lostMetadata},
