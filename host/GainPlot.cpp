@@ -81,6 +81,7 @@ public:
             envelope.back().settings.push_back({"envelope-only", "on"});
             envelope_.emplace(make(envelope));
         }
+        FindMeters();
         if (!sideChain) return;
         side_.emplace(*sideChain, range, rateHz_, kBlockFrames);
         sideAudio_.emplace(static_cast<std::size_t>(sideChain->GetInfo().channels), kBlockFrames);
@@ -97,27 +98,62 @@ public:
         }
         const std::int64_t latency = processor_->GetLatencyFrames();
         const int stepFrames = std::max(1, rateHz_ / 100);
+        const int blockFrames = meters_.empty() ? kBlockFrames : stepFrames;
         StepFiller inputs(trace_.steps, stepFrames, 0);
         StepFiller outputs(trace_.steps, stepFrames, latency);
         StepFiller gains(trace_.steps, stepFrames, latency);
         std::int64_t silence = latency;
         while (true) {
             audio_.Clear(kBlockFrames);
-            int frames = source_.Read(audio_.GetChannels(), kBlockFrames);
+            int frames = source_.Read(audio_.GetChannels(), blockFrames);
             if (frames > 0) {
                 inputs.Take(audio_.GetChannels(), channels_, frames, AddInput);
             } else {
-                frames = static_cast<int>(std::min<std::int64_t>(silence, kBlockFrames));
+                frames = static_cast<int>(std::min<std::int64_t>(silence, blockFrames));
                 silence -= frames;
             }
             if (frames == 0) break;
             ProcessBlock(frames, outputs, gains);
+            ReadMeters(frames, stepFrames);
         }
         Finish(stepFrames);
         return std::move(trace_);
     }
 
 private:
+    struct MeterPlace {
+        kraaudiofilterhost::AudioFilter* filter;
+        Parameter parameter;
+        std::int64_t latency;  // of the chain up to there
+    };
+    void FindMeters() {
+        std::int64_t latency = 0;
+        for (const auto& filter : processor_->GetFilters()) {
+            latency += std::max(0, filter->GetInitialDelay());
+            for (Parameter& parameter : GetParameters(*filter)) {
+                if (parameter.role != kraaudiofilterhost::AudioFilterParameterRole::kMeter ||
+                    parameter.unit != "dB")
+                    continue;
+                trace_.meters.push_back({parameter.name, {}});
+                meters_.push_back({filter.get(), std::move(parameter), latency});
+            }
+        }
+    }
+    /// What they show of the block that has just been processed, which is as long as a step.
+    void ReadMeters(int frames, int stepFrames) {
+        for (std::size_t k = 0; k < meters_.size(); ++k) {
+            const auto& [filter, parameter, latency] = meters_[k];
+            const std::int64_t middle = meterFrame_ + frames / 2 - latency;
+            if (middle < 0) continue;
+            auto& values = trace_.meters[k].valuesDb;
+            const auto index = static_cast<std::size_t>(middle / stepFrames);
+            if (index >= values.size()) values.resize(index + 1, kNoGain);
+            values[index] = static_cast<double>(
+                parameter.info->FromNormalized(filter->GetParameter(parameter.index)));
+        }
+        meterFrame_ += frames;
+    }
+
     static void AddInput(Step& step, float x) {
         step.inputLo = std::min(step.inputLo, x);
         step.inputHi = std::max(step.inputHi, x);
@@ -178,6 +214,8 @@ private:
     AudioBlock gains_;
     std::optional<ChainProcessor> processor_;
     std::optional<ChainProcessor> envelope_;  // where the last effect can put out its gain
+    std::vector<MeterPlace> meters_;
+    std::int64_t meterFrame_ = 0;  // frames processed
     std::optional<RenderSource> side_;
     std::optional<AudioBlock> sideAudio_;
     GainTrace trace_;
@@ -204,6 +242,17 @@ std::vector<Step> MergeSteps(const std::vector<Step>& steps, std::size_t togethe
         sum.gainHiDb = std::fmax(sum.gainHiDb, step.gainHiDb);
     }
     return merged;
+}
+
+void AddMeters(FigurePanel& panel, const GainTrace& trace) {
+    int color = 2;
+    for (const GainTrace::Meter& meter : trace.meters) {
+        std::vector<FigurePoint> line;
+        for (std::size_t i = 0; i < meter.valuesDb.size(); ++i)
+            line.push_back({trace.beginSeconds + trace.stepSeconds * (static_cast<double>(i) + 0.5),
+                            meter.valuesDb[i]});
+        panel.AddLine(std::move(line), meter.name, {color++, 1.5});
+    }
 }
 
 }  // namespace
@@ -245,6 +294,11 @@ Figure PlotGain(const GainTrace& trace, const std::string& title) {
         lowestGainDb = std::fmin(lowestGainDb, step.gainLoDb);
         highestGainDb = std::fmax(highestGainDb, step.gainHiDb);
     }
+    for (const GainTrace::Meter& meter : trace.meters)
+        for (const double valueDb : meter.valuesDb) {
+            lowestGainDb = std::fmin(lowestGainDb, valueDb);
+            highestGainDb = std::fmax(highestGainDb, valueDb);
+        }
     const double end = trace.beginSeconds + columnSeconds * static_cast<double>(steps.size());
     const bool isLong = end > 60.0;
     Figure figure(
@@ -263,6 +317,7 @@ Figure PlotGain(const GainTrace& trace, const std::string& title) {
     const char* name = trace.isGainExact ? "gain of the envelope" : "output over input";
     gain.AddBand(gains, "", {1, 1.0, false, 0.25});
     gain.AddLine(leastGain, name, {1, 1.5});
+    AddMeters(gain, trace);
     return figure;
 }
 

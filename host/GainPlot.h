@@ -30,6 +30,12 @@ struct GainTrace {
     /// The gain is what the last effect itself says, make-up and output gain excluded; otherwise it is
     /// the ratio of output and input power.
     bool isGainExact = false;
+    /// What a meter of an effect shows, in dB.
+    struct Meter {
+        std::string name;
+        std::vector<double> valuesDb;  // one per step; not a number where it has shown nothing yet
+    };
+    std::vector<Meter> meters;  // in the order of the chain
 };
 
 /// Runs `range` of the file through the chain. `sideChain` may be null. Throws Error. [worker]
@@ -40,7 +46,7 @@ GainTrace MeasureGain(AudioReader& reader,
                       const UserPresets& presets,
                       AudioReader* sideChain);
 
-/// Waveform, levels and gain over time, one panel each. [host]
+/// Waveform, levels and gain over time, one panel each; meters stand with the gain. [host]
 Figure PlotGain(const GainTrace& trace, const std::string& title);
 
 }  // namespace zuc::host

@@ -85,7 +85,7 @@ float HardLimit::GetDrive() const {
                          : settings_.drive;
 }
 
-void HardLimit::Process(const float* const* in, float* const* out, int frames) {
+void HardLimit::Process(const float* const* in, float* const* out, int frames, float* reductionDb) {
     constexpr std::size_t kMostChannels = 32;
     std::array<const float*, kMostChannels> from{};
     std::array<float*, kMostChannels> to{};
@@ -100,6 +100,8 @@ void HardLimit::Process(const float* const* in, float* const* out, int frames) {
             to[c] = out[c] + done;
         }
         ProcessRun(from.data(), to.data(), static_cast<std::size_t>(run));
+        if (reductionDb && !channels_.empty())
+            std::copy_n(channels_.front().attenuation.data(), run, reductionDb + done);
         rampLeft_ = std::max(0, rampLeft_ - run);
         clampFramesLeft_ = std::max(0, clampFramesLeft_ - run);
         if (clampFramesLeft_ == 0) clampAt_ = settings_.ceiling;

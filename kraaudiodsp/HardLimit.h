@@ -44,8 +44,12 @@ public:
     /// From the next frame on. A ceiling holds for the frames that enter under it; another latency starts
     /// from silence. [audio]
     void SetSettings(const Settings& settings);
-    /// `out[c]` may be `in[c]`. [audio]
-    void Process(const float* const* in, float* const* out, int frames);
+    /// `out[c]` may be `in[c]`. `reductionDb`, where given, receives what each frame of the first channel was
+    /// lowered by. [audio]
+    void Process(const float* const* in,
+                 float* const* out,
+                 int frames,
+                 float* reductionDb = nullptr);
 
     /// Look-ahead, and 24 frames with true peaks. [any]
     static int GetLatency(const Settings& settings);

@@ -37,8 +37,10 @@ struct IntraClipParam {
     int debugMode = 0;  // 0 normal; 1 to 6 show a control curve in the right channel
 };
 
-/// Whole-record copies under a lock. [any, may block]
+/// Whole-record copies; changes wait for each other. [any, may block]
 void GetGlobalParam(IntraClipParam& param);
 void SetGlobalParam(const IntraClipParam& param);
+/// The same without waiting: false, and `param` untouched, while the record is being changed. [any]
+bool TryGetGlobalParam(IntraClipParam& param);
 
 }  // namespace dsp::intraclip

@@ -11,6 +11,7 @@
 #include "Components/GainEnvelope.h"
 #include "Components/MusicRetarget.h"
 #include "Components/HardLimiter.h"
+#include "Components/IntraClipComponent.h"
 #include "Components/Noise.h"
 #include "Components/ParametricEqualizer.h"
 #include "Components/VolumeEnvelope.h"
@@ -29,6 +30,7 @@ constexpr std::array kCatalogue{
     CatalogueEntry{kAmplifyComponentID,        "$$$/AudioComponents/AmplifyTitle=Amplify",                Category::kAmplitude,   Create<Amplify>},
     CatalogueEntry{kDynamicsComponentID,       "$$$/AudioComponents/DynamicsProcessingTitle=Dynamics Processing", Category::kAmplitude, Create<Dynamics>},
     CatalogueEntry{kHardLimiterComponentID,    "$$$/AudioComponents/HardLimiterTitle=Hard Limiter",       Category::kAmplitude,   Create<HardLimiter>},
+    CatalogueEntry{kIntraClipComponentComponentID, "$$$/AudioComponents/SpeechVolumeLevelerTitle=Speech Volume Leveler", Category::kAmplitude, Create<IntraClipComponent>},
     CatalogueEntry{kGainEnvelopeComponentID,   "$$$/AudioComponents/GainEnvelopeTitle=Gain Envelope",     Category::kAmplitude,   Create<GainEnvelope>},
     CatalogueEntry{kVolumeEnvelopeComponentID, "$$$/AudioComponents/VolumeEnvelopeTitle=Volume Envelope", Category::kAmplitude,   Create<VolumeEnvelope>},
     CatalogueEntry{kFadeEnvelopeComponentID,   "$$$/AudioComponents/FadeEnvelopeTitle=Fade Envelope",     Category::kAmplitude,   Create<FadeEnvelope>},

@@ -5,11 +5,13 @@
 #include <vector>
 
 #include "Components/HardLimiter.h"
+#include "Components/IntraClipComponent.h"
 #include "Components/LoudnessMeter.h"
 
 namespace {
 
 using zuc::components::HardLimiter;
+using zuc::components::IntraClipComponent;
 
 constexpr std::size_t kChannels = 2;
 constexpr float kRateHz = 48000.0f;
@@ -60,6 +62,24 @@ void Limiter(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * frames);
 }
 
+/// Arguments: block length, peak in percent of full scale.
+void Leveler(benchmark::State& state) {
+    const int frames = static_cast<int>(state.range(0));
+    Blocks blocks(frames, static_cast<float>(state.range(1)) / 100.0f);
+    const boost::intrusive_ptr<IntraClipComponent> effect(new IntraClipComponent);
+    effect->SetSampleRate(kRateHz);
+    effect->SetBlockSize(frames);
+    effect->SetFactoryPreset(2);  // Strong
+    effect->Resume();
+    kraaudiofilterhost::Flags flags;
+    for (auto _ : state) {
+        blocks.Next(static_cast<std::size_t>(frames));
+        effect->Process(blocks.in.data(), blocks.out.data(), frames, {}, flags);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * frames);
+}
+
 void Measurement(benchmark::State& state) {
     const int frames = static_cast<int>(state.range(0));
     Blocks blocks(frames, 0.9f);
@@ -79,6 +99,7 @@ BENCHMARK(Limiter)
     ->Args({64, 300, 1, 100})
     ->Args({512, 300, 1, 50})
     ->Args({512, 300, 0, 100});
+BENCHMARK(Leveler)->Args({512, 25})->Args({512, 100})->Args({64, 100});
 BENCHMARK(Measurement)->Arg(512)->Arg(2048);
 
 }  // namespace

@@ -92,6 +92,23 @@ TEST_F(GainPlotTest, TakesRangesAndSideChains) {
     EXPECT_THAT(PlotGain(trace, "Title").ToSvg(), testing::HasSubstr("gain of the envelope"));
 }
 
+TEST_F(GainPlotTest, ShowsMetersWhereTheSoundIs) {
+    const auto reader = MakeFile("in.wav", {-20, -3, -20});
+    const GainTrace trace =
+        MeasureGain(*reader, {},
+                    {ParseStepText("amplify"),
+                     ParseStepText("hard-limiter:ceiling=-9dB,true-peak=off,release=10ms")},
+                    EffectCatalogue(), UserPresets(), nullptr);
+    ASSERT_EQ(trace.meters.size(), 1u);
+    EXPECT_EQ(trace.meters[0].name, "Gain Reduction");
+    const auto& values = trace.meters[0].valuesDb;
+    ASSERT_GE(values.size(), 149u);
+    for (const std::size_t i : {10u, 47u}) EXPECT_NEAR(values[i], 0.0, 0.01) << i;
+    for (const std::size_t i : {52u, 75u, 98u}) EXPECT_NEAR(values[i], -6.0, 0.01) << i;
+    EXPECT_GT(values[140], -1.0);
+    EXPECT_THAT(PlotGain(trace, "Title").ToSvg(), testing::HasSubstr("Gain Reduction"));
+}
+
 TEST(TransferPlot, ShowsTheCurveOfEffectsThatHaveOne) {
     const auto make = [](const char* step) {
         return ChainProcessor({ParseStepText(step)}, EffectCatalogue(), UserPresets(), 48000.0f, 2,
