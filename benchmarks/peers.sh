@@ -67,6 +67,14 @@ equalizer	$1	ffmpeg	$(ffmpeg_job "$1" "${ffmpeg_bells#,}" pcm_f32le)
 chorus	$1	zuc	$zuc process $1 $work/out.wav -y -q --tail none -e chorus:drift=0
 chorus	$1	sox	sox -V1 $1 -b 32 -e floating-point $work/out.wav $sox_chorus
 chorus	$1	ffmpeg	$(ffmpeg_job "$1" "$ffmpeg_chorus" pcm_f32le)
+limiter	$1	zuc	$zuc process $1 $work/out.wav -y -q -e hard-limiter:drive=10dB
+limiter	$1	alimiter	$(ffmpeg_job "$1" alimiter=level_in=3.162:limit=0.891:level=0 pcm_f32le)
+leveler	$1	zuc	$zuc process $1 $work/out.wav -y -q -e speech-volume-leveler:preset=Strong
+leveler	$1	speechnorm	$(ffmpeg_job "$1" speechnorm=e=12:l=1 pcm_f32le)
+leveler	$1	dynaudnorm	$(ffmpeg_job "$1" dynaudnorm pcm_f32le)
+leveler	$1	loudnorm	$(ffmpeg_job "$1" loudnorm=I=-18:TP=-1,aresample=48000 pcm_f32le)
+loudness	$1	zuc	$zuc process $1 $work/out.wav -y -q --measure
+loudness	$1	ebur128	$(ffmpeg_job "$1" ebur128=peak=true:framelog=verbose pcm_f32le)
 TABLE
 }
 
