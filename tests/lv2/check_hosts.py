@@ -80,8 +80,9 @@ def read_wav(path):
 
 
 class Checks:
-    def __init__(self, build, work):
-        self.build, self.work = pathlib.Path(build).resolve(), pathlib.Path(work).resolve() / "hosts"
+    def __init__(self, build, work, name):
+        # A folder for each run: ctest has several of them at a time.
+        self.build, self.work = pathlib.Path(build).resolve(), pathlib.Path(work).resolve() / "hosts" / name
         self.bundles = self.build / "lv2"
         self.work.mkdir(parents=True, exist_ok=True)
         os.environ["LV2_PATH"] = f"{self.bundles}:{LV2_SPECIFICATION}"
@@ -252,7 +253,7 @@ class Checks:
 
 
 def main(build, work, *names):
-    checks = Checks(build, work)
+    checks = Checks(build, work, names[0])
     known = {"Metadata": checks.metadata, "SameSamples": checks.same_samples, "Apply": checks.apply,
              "Ffmpeg": checks.ffmpeg, "Loading": checks.loading, "RealTime": checks.real_time,
              "Jack": checks.jack, "Ardour": checks.ardour}
