@@ -123,7 +123,7 @@ struct MusicRetarget::Worker {
 struct MusicRetarget::Task {
     bool DoAll();
     bool SearchAndStore();
-    bool Analyse(const std::shared_ptr<MusicRetargetAudioFramesGetter>& frames, double share);
+    bool Analyse(const std::shared_ptr<MusicRetargetAudioFramesGetter>& frames, double share) const;
     RetargetResult Search(MusicRetargetAudioFramesGetter& frames, double from);
     bool Play();
 
@@ -145,8 +145,8 @@ struct MusicRetarget::Task {
     MusicRetarget& effect;
     OfflineJob::Run& run;
     const Values& values;
-    int rateHz;
-    std::int64_t sourceFrames;
+    int rateHz = 0;
+    std::int64_t sourceFrames = 0;
     double searchShare = 0.0;  // of the progress
 };
 
@@ -335,7 +335,7 @@ bool MusicRetarget::Task::SearchAndStore() {
 }
 
 bool MusicRetarget::Task::Analyse(const std::shared_ptr<MusicRetargetAudioFramesGetter>& frames,
-                                  double share) {
+                                  double share) const {
     const auto song = std::make_shared<Song>(frames, frames->GetSampleRate());
     const bool separateSources = DebugDatabase::GetBool(u"Remix.SourceSeperation").value_or(true);
     const bool isDone = song->Analyse(kAnalysisBlockSeconds, separateSources, [&](double fraction) {
