@@ -72,7 +72,7 @@ limiter	$1	alimiter	$(ffmpeg_job "$1" alimiter=level_in=3.162:limit=0.891:level=
 leveler	$1	zuc	$zuc process $1 $work/out.wav -y -q -e speech-volume-leveler:preset=Strong
 leveler	$1	speechnorm	$(ffmpeg_job "$1" speechnorm=e=12:l=1 pcm_f32le)
 leveler	$1	dynaudnorm	$(ffmpeg_job "$1" dynaudnorm pcm_f32le)
-leveler	$1	loudnorm	$(ffmpeg_job "$1" loudnorm=I=-18:TP=-1,aresample=48000 pcm_f32le)
+leveler	$1	loudnorm	$(ffmpeg_job "$1" loudnorm=I=-18:TP=-1,aresample=48000:ochl=stereo pcm_f32le)
 loudness	$1	zuc	$zuc process $1 $work/out.wav -y -q --measure
 loudness	$1	ebur128	$(ffmpeg_job "$1" ebur128=peak=true:framelog=verbose pcm_f32le)
 TABLE
