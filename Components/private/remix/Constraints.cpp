@@ -9,6 +9,7 @@
 namespace zuc::components {
 namespace {
 
+constexpr double kQuietShare = 0.125;  // of the median beat's root mean square
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kEnergyFactor = 10;
 
@@ -77,6 +78,29 @@ void EnergyConstraint::Apply(TransitionMatrix& transition,
         }
     }
     std::fill_n(transition.Row(count - 1), count, kInfinity);
+}
+
+void QuietEndsConstraint::Apply(TransitionMatrix& transition,
+                                PlacementMatrix&,
+                                const Retarget&,
+                                const std::vector<double>& beatTimes,
+                                IAudioFramesGetter& frames) const {
+    const std::vector<double> energies = EnergiesOfBeats(beatTimes, frames);
+    if (energies.empty()) return;
+    std::vector<double> sorted = energies;
+    const auto median = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
+    std::nth_element(sorted.begin(), median, sorted.end());
+    const auto isLoud = [least = kQuietShare * *median](double energy) { return energy >= least; };
+    const auto first = static_cast<std::size_t>(
+        std::find_if(energies.begin(), energies.end(), isLoud) - energies.begin());
+    const auto end = static_cast<std::size_t>(
+        energies.rend() - std::find_if(energies.rbegin(), energies.rend(), isLoud));
+    const auto isQuiet = [&](std::size_t beat) { return beat < first || beat >= end; };
+    for (std::size_t i = 0; i < energies.size(); ++i) {
+        double* costs = transition.Row(i);
+        for (std::size_t j = 0; j < energies.size(); ++j)
+            if (j != i + 1 && (isQuiet(i) || isQuiet(j))) costs[j] += kInfinity;
+    }
 }
 
 void MinimumLoopConstraint::Apply(TransitionMatrix& transition,

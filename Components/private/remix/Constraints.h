@@ -60,6 +60,17 @@ private:
     float weight_;
 };
 
+/// No jump leaves or enters what fades in before the first beat, or out behind the last one, that is an
+/// eighth as loud as the median beat: quiet beats sound alike, and the search would pass time with them.
+class QuietEndsConstraint final : public Constraint {
+public:
+    void Apply(TransitionMatrix& transition,
+               PlacementMatrix& placement,
+               const Retarget& retarget,
+               const std::vector<double>& beatTimes,
+               IAudioFramesGetter& frames) const override;
+};
+
 /// A jump back goes back at least `beats`; a beat never follows itself.
 class MinimumLoopConstraint final : public Constraint {
 public:

@@ -75,6 +75,7 @@ ConstraintList Retarget::BuildConstraints(const RetargetOptions& options) const 
     list.push_back(std::make_shared<TimbrePitchConstraint>(
         static_cast<float>(options.timbreWeight), static_cast<float>(options.chromaWeight)));
     list.push_back(std::make_shared<EnergyConstraint>(static_cast<float>(options.energyWeight)));
+    list.push_back(std::make_shared<QuietEndsConstraint>());
     list.push_back(std::make_shared<MinimumLoopConstraint>(options.minBeatLength));
     if (options.startAtBeginning)
         list.push_back(std::make_shared<StartAtBeatConstraint>(

@@ -76,6 +76,8 @@ TEST(Constraints, AddTheirFormulaToTheTransitions) {
          [&](int i, int j) { return j == kBeats - 1 ? kInfinity : shifted(i, j, 0); }},
         {"energy", std::make_shared<EnergyConstraint>(0.5f),
          [&](int i, int j) { return shifted(i, j, 5 * std::abs(energy(i + 1) - energy(j))); }},
+        {"quiet ends", std::make_shared<QuietEndsConstraint>(),
+         [](int i, int j) { return j != i + 1 && (i < 3 || j < 3) ? kInfinity : 0; }},
         {"minimum loop", std::make_shared<MinimumLoopConstraint>(8),
          [](int i, int j) { return j >= i - 7 && j <= i ? kInfinity : 0; }},
         {"minimum loop of one beat", std::make_shared<MinimumLoopConstraint>(1),
