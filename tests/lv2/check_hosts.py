@@ -28,7 +28,7 @@ import time
 RATE = 48000
 FRAMES = 36000
 CASES = 2  # settings per plugin: as it comes, and drawn
-LV2_SPECIFICATION = "/usr/lib/lv2"
+LV2_CORE = "/usr/lib/lv2"
 JACK_SERVER = "zuclv2"
 
 
@@ -85,7 +85,7 @@ class Checks:
         self.build, self.work = pathlib.Path(build).resolve(), pathlib.Path(work).resolve() / "hosts" / name
         self.bundles = self.build / "lv2"
         self.work.mkdir(parents=True, exist_ok=True)
-        os.environ["LV2_PATH"] = f"{self.bundles}:{LV2_SPECIFICATION}"
+        os.environ["LV2_PATH"] = f"{self.bundles}:{LV2_CORE}"
         self.plugins = [Plugin(p) for p in json.loads(run(self.build / "bin/zuc_lv2_cases", str(CASES)))]
         self.count = 0
         draw = random.Random(1)
