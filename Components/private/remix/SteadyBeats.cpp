@@ -80,8 +80,8 @@ double MeanStrengthAt(const std::vector<float>& onsets, const std::vector<double
     double sum = 0;
     std::size_t count = 0;
     for (const double place : places) {
+        if (place < 0.5 || place + 1.5 >= static_cast<double>(onsets.size())) continue;
         const auto i = static_cast<std::size_t>(place + 0.5);
-        if (i + 1 >= onsets.size() || i == 0) continue;
         sum += static_cast<double>(std::max({onsets[i - 1], onsets[i], onsets[i + 1]}));
         ++count;
     }
