@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "host/Error.h"
+#include "host/Text.h"
 
 namespace zuc::host {
 namespace {
@@ -14,27 +15,6 @@ namespace {
 constexpr char kFont[] = "DejaVu Sans, Helvetica, Arial, sans-serif";
 constexpr char kPngFont[] = "sans-serif";
 constexpr double kDash[] = {6.0, 4.0};  // pixels on, off
-
-std::string Escape(std::string_view text) {
-    std::string escaped;
-    for (const char c : text) switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += c;
-        }
-    return escaped;
-}
 
 /// At most two decimals and no trailing zeros: paths are most of the file.
 std::string Number(double value) {
@@ -59,7 +39,7 @@ public:
         text_ = fmt::format(
             "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
             "viewBox=\"0 0 {0} {1}\" role=\"img\" font-family=\"{2}\">\n<title>{3}</title>\n",
-            Number(width), Number(height), kFont, Escape(title));
+            Number(width), Number(height), kFont, EscapeMarkup(title));
     }
 
     void DrawLine(const std::vector<FigurePoint>& points,
@@ -93,7 +73,7 @@ public:
             kAnchors[static_cast<std::size_t>(text.anchor)],
             text.bold ? " font-weight=\"bold\"" : "",
             text.upwards ? fmt::format(" transform=\"rotate(-90 {} {})\"", x, y) : "",
-            Escape(text.text));
+            EscapeMarkup(text.text));
     }
 
     void BeginClip(const CanvasRect& rect) override {

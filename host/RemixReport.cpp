@@ -13,6 +13,7 @@
 #include "host/RemixSearch.h"
 #include "host/RenderSource.h"
 #include "host/Resampler.h"
+#include "host/Text.h"
 #include "kracore/Base64.h"
 
 namespace zuc::host {
@@ -97,23 +98,6 @@ document.addEventListener('keydown', (event) => {
 });
 </script>
 )";
-
-std::string Escape(std::string_view text) {
-    std::string escaped;
-    for (const char c : text) {
-        if (c == '&')
-            escaped += "&amp;";
-        else if (c == '<')
-            escaped += "&lt;";
-        else if (c == '>')
-            escaped += "&gt;";
-        else if (c == '"')
-            escaped += "&quot;";
-        else
-            escaped += c;
-    }
-    return escaped;
-}
 
 void AppendNumber(std::vector<std::uint8_t>& bytes, std::uint32_t value, int count) {
     for (int i = 0; i < count; ++i) bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
@@ -248,7 +232,7 @@ std::string MakeFacts(const RemixPlan& plan,
                       double songSeconds) {
     std::string html = "<dl>\n";
     const auto add = [&](const char* name, const std::string& value) {
-        html += fmt::format("<dt>{}</dt><dd>{}</dd>\n", name, Escape(value));
+        html += fmt::format("<dt>{}</dt><dd>{}</dd>\n", name, EscapeMarkup(value));
     };
     const double seconds = ToSeconds(plan.GetDuration());
     add("Song", fmt::format("{}, {}", std::filesystem::path(plan.sourcePath).filename().string(),
@@ -277,10 +261,10 @@ std::string MakeRemixReport(const RemixPlan& plan,
     const std::string title = MakeRemixTitle(plan, source.GetInfo().path);
     const RemixPicture picture(plan, source.GetAudio(), remix,
                                song ? song->beatTimes : std::vector<double>{}, title);
-    return std::string(kHead) + "<title>" + Escape(title) + "</title>\n</head>\n<body>\n<h1>" +
-           Escape(title) + "</h1>\n" + MakeFacts(plan, song, source.GetSeconds()) +
-           MakeFigure(plan, picture) + "<h2>Joins</h2>\n" + MakeJoins(plan, remix, song) + kScript +
-           "</body>\n</html>\n";
+    return std::string(kHead) + "<title>" + EscapeMarkup(title) +
+           "</title>\n</head>\n<body>\n<h1>" + EscapeMarkup(title) + "</h1>\n" +
+           MakeFacts(plan, song, source.GetSeconds()) + MakeFigure(plan, picture) +
+           "<h2>Joins</h2>\n" + MakeJoins(plan, remix, song) + kScript + "</body>\n</html>\n";
 }
 
 }  // namespace zuc::host

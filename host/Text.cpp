@@ -71,6 +71,27 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string>& ca
     return similar.empty() ? "" : "did you mean '" + similar + "'?";
 }
 
+std::string EscapeMarkup(std::string_view text) {
+    std::string escaped;
+    for (const char c : text) switch (c) {
+            case '&':
+                escaped += "&amp;";
+                break;
+            case '<':
+                escaped += "&lt;";
+                break;
+            case '>':
+                escaped += "&gt;";
+                break;
+            case '"':
+                escaped += "&quot;";
+                break;
+            default:
+                escaped += c;
+        }
+    return escaped;
+}
+
 std::string ToSlug(std::string_view name) {
     std::string slug;
     for (std::size_t i = 0; i < name.size(); ++i) {

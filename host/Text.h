@@ -17,6 +17,8 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b);
 std::string Join(const std::vector<std::string>& parts, std::string_view separator = ", ");
 /// "did you mean 'x'?" for the candidate most like `word`; empty when none is close. [any]
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& candidates);
+/// The same text within XML or HTML, also as the value of an attribute. [any]
+std::string EscapeMarkup(std::string_view text);
 /// Kebab case of a name in camel case: "GraphicEqualizer10" is "graphic-equalizer-10". [any]
 std::string ToSlug(std::string_view name);
 

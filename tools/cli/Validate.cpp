@@ -11,6 +11,7 @@
 #include "host/Faults.h"
 #include "host/JsonReader.h"
 #include "host/TemporaryFile.h"
+#include "host/Text.h"
 
 namespace zuc::cli {
 namespace {
@@ -120,21 +121,6 @@ Json ToJson(const Report& report) {
     return json;
 }
 
-std::string Escape(std::string_view text) {
-    std::string escaped;
-    for (const char c : text) {
-        if (c == '&')
-            escaped += "&amp;";
-        else if (c == '<')
-            escaped += "&lt;";
-        else if (c == '"')
-            escaped += "&quot;";
-        else
-            escaped += c;
-    }
-    return escaped;
-}
-
 /// The form that CI servers read: a suite for each effect, a case for each check.
 std::string ToJUnit(const std::vector<Report>& reports) {
     std::string xml =
@@ -147,9 +133,9 @@ std::string ToJUnit(const std::vector<Report>& reports) {
             xml += fmt::format("    <testcase classname=\"{}\" name=\"{}\" time=\"{:.3f}\">",
                                report.slug, verdict.check->name, verdict.seconds);
             if (!verdict.reason.empty())
-                xml += fmt::format("<skipped message=\"{}\"/>", Escape(verdict.reason));
+                xml += fmt::format("<skipped message=\"{}\"/>", host::EscapeMarkup(verdict.reason));
             for (const std::string& finding : verdict.findings)
-                xml += fmt::format("<failure message=\"{}\"/>", Escape(finding));
+                xml += fmt::format("<failure message=\"{}\"/>", host::EscapeMarkup(finding));
             xml += "</testcase>\n";
         }
         xml += "  </testsuite>\n";
