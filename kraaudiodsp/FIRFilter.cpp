@@ -4,23 +4,13 @@
 #include <cmath>
 #include <numbers>
 
+#include "kraaudiodsp/Bessel.h"
 #include "kraaudiodsp/vector/FirOps.h"
 
 namespace dsp {
 namespace {
 
 constexpr double kBeta = 5.0;  // of the Kaiser window
-
-/// Modified Bessel function of the first kind, order 0, by its power series.
-double BesselI0(double x) {
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; term > 1e-17 * sum; ++k) {
-        term *= (0.5 * x / k) * (0.5 * x / k);
-        sum += term;
-    }
-    return sum;
-}
 
 double Sinc(double x) {
     const double angle = std::numbers::pi * x;

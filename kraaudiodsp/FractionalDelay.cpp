@@ -4,6 +4,8 @@
 #include <memory>
 #include <numbers>
 
+#include "kraaudiodsp/Bessel.h"
+
 namespace dsp {
 namespace {
 
@@ -12,17 +14,6 @@ using vector::SincRow;
 
 constexpr double kKaiserBeta = 9.0;
 constexpr std::size_t kPhases = std::size_t{1} << vector::kSincPhaseBits;
-
-/// Modified Bessel function of the first kind and order 0, by its power series.
-double BesselI0(double x) {
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; term > 1e-17 * sum; ++k) {
-        term *= (0.5 * x / k) * (0.5 * x / k);
-        sum += term;
-    }
-    return sum;
-}
 
 /// Tap k, the oldest first, of a delay of 16 frames and a fraction.
 double Tap(std::size_t k, double fraction) {

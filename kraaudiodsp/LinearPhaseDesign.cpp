@@ -4,6 +4,8 @@
 #include <bit>
 #include <cmath>
 
+#include "kraaudiodsp/Bessel.h"
+
 namespace dsp {
 namespace {
 
@@ -16,17 +18,6 @@ constexpr int kFirstPartStep = kWindowStep + 1;
 constexpr std::size_t kPartsPerStep = 5;
 static_assert(kFirstPartStep + LinearPhaseDesign::kPartCount / kPartsPerStep ==
               LinearPhaseDesign::kStepCount);
-
-/// Modified Bessel function of the first kind and order 0, by its power series.
-double BesselI0(double x) {
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; term > 1e-17 * sum; ++k) {
-        term *= (0.5 * x / k) * (0.5 * x / k);
-        sum += term;
-    }
-    return sum;
-}
 
 }  // namespace
 

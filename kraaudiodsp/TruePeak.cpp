@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "kraaudiodsp/Bessel.h"
+
 namespace dsp {
 namespace {
 
@@ -14,17 +16,6 @@ constexpr double kKaiserBeta = 3.5;
 /// Frames that are interpolated or left out together.
 constexpr std::size_t kTileFrames = 64;
 constexpr std::size_t kHistoryFrames = 2 * kTruePeakReach + 1;
-
-/// Modified Bessel function of the first kind and order 0, by its power series.
-double BesselI0(double x) {
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; term > 1e-17 * sum; ++k) {
-        term *= (0.5 * x / k) * (0.5 * x / k);
-        sum += term;
-    }
-    return sum;
-}
 
 /// The windowed sinc at a distance in frames, never 0.
 double Response(double distance) {
