@@ -43,7 +43,7 @@ using For = CheckRow::For;
 
 // clang-format off
 constexpr std::array kRows{
-    CheckRow{{"sound",              "Finite sound from noise, at 1, 2, 6 and 32 channels and 8 to 384 kHz", 1}, CheckSound},
+    CheckRow{{"sound",              "Finite sound from noise, at 1, 2, 6, 8 and 32 channels and 8 to 384 kHz", 1}, CheckSound},
     CheckRow{{"blocks",             "The same output for any block length, in place or not"}, CheckBlocks, For::kBlockwise},
     CheckRow{{"resume",             "After Resume the effect is like a fresh one with these settings"}, CheckResume, For::kBlockwise},
     CheckRow{{"latency",            "The latency is the reported one, to the frame"}, CheckLatency, For::kBlockwise},
@@ -52,12 +52,15 @@ constexpr std::array kRows{
     CheckRow{{"parameters",         "Values read back as set; bad values and indices are refused", 1}, CheckParameters},
     CheckRow{{"presets",            "Presets have names, set every parameter and stay in range", 1}, CheckPresets},
     CheckRow{{"settings",           "Saved settings and clones sound the same; damaged ones are refused", 1}, CheckSettings},
+    CheckRow{{"locales",            "Settings and texts are the same where a comma marks the decimals"}, CheckLocales},
     CheckRow{{"layouts",            "Layout proposals are answered as the contract says", 1}, CheckLayouts},
     CheckRow{{"bad-samples",        "Input that is not finite counts as silence and poisons nothing", 1}, CheckBadSamples},
     CheckRow{{"denormals",          "No denormals come out; the caller's floating-point state is kept"}, CheckDenormals},
     CheckRow{{"clicks",             "Moving a parameter makes no larger steps than its settings do"}, CheckClicks, For::kBlockwise},
     CheckRow{{"fuzz",               "Any input, any values in any order and blocks of 1 to 8192 frames: finite output", 5}, CheckFuzz, For::kBlockwise},
     CheckRow{{"threads",            "Another thread may set parameters while it processes", 5}, CheckThreads, For::kBlockwise},
+    CheckRow{{"instances",          "Several at once give what one alone gives"}, CheckInstances, For::kBlockwise},
+    CheckRow{{"hour",               "An hour of sound leaves no residue, no drift and no memory behind", 10}, CheckHour, For::kBlockwise},
     CheckRow{{"real-time",          "Processing allocates nothing, waits for nothing and never calls the system"}, CheckRealTime, For::kAll, true},
     CheckRow{{"real-time-long-blocks", "The same for blocks of 2048 frames and more"}, CheckRealTimeLongBlocks, For::kAll, true},
     CheckRow{{"real-time-resume",   "The same for Resume"}, CheckRealTimeResume, For::kAll, true},

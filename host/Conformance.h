@@ -27,6 +27,7 @@ RealTimeProbe FindRealTimeProbe();
 struct ConformanceOptions {
     std::uint64_t seed = 1;
     RealTimeProbe probe;
+    int hourMinutes = 60;  // how long the check of an hour is; at least 4
 };
 
 /// One promise that an effect does not keep.
@@ -40,7 +41,7 @@ struct Finding {
 struct ConformanceCheck {
     std::string_view name;
     std::string_view promise;  // one sentence for people
-    int level = 3;             // of thoroughness from which it runs: 1 quick, 3 usual, 5 stress
+    int level = 3;  // of thoroughness from which it runs: 1 quick, 3 usual, 5 stress, 10 long
 };
 
 /// The rules, in the order in which they run. [any]

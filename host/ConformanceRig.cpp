@@ -106,6 +106,11 @@ void Rig::Resume() {
 }
 
 Signal Rig::Render(const Signal& input, int blockFrames, bool inPlace) {
+    return Render(
+        input, [blockFrames] { return blockFrames; }, inPlace);
+}
+
+Signal Rig::Render(const Signal& input, const std::function<int()>& nextBlockFrames, bool inPlace) {
     const std::size_t frames = input.front().size();
     Signal source = MakeSilence(GetInputChannels(), frames);
     for (std::size_t c = 0; c < source.size(); ++c) source[c] = input[c % input.size()];
@@ -113,14 +118,16 @@ Signal Rig::Render(const Signal& input, int blockFrames, bool inPlace) {
     std::vector<float*> in(source.size());
     std::vector<float*> out(target.size());
     kraaudiofilterhost::Flags flags;
-    for (std::size_t done = 0; done < frames; done += static_cast<std::size_t>(blockFrames)) {
-        const int count = static_cast<int>(std::min<std::size_t>(blockFrames, frames - done));
+    for (std::size_t done = 0; done < frames;) {
+        const auto left = static_cast<int>(frames - done);
+        const int count = std::min(nextBlockFrames(), left);
         for (std::size_t c = 0; c < in.size(); ++c) in[c] = source[c].data() + done;
         for (std::size_t c = 0; c < out.size(); ++c)
             out[c] = (inPlace && c < source.size() ? source[c] : target[c]).data() + done;
         const std::string finding =
             Watch([&] { filter_->Process(in.data(), out.data(), count, {}, flags); });
         if (!finding.empty()) processFinding_ = finding;
+        done += static_cast<std::size_t>(count);
     }
     if (inPlace)
         for (std::size_t c = 0; c < std::min(source.size(), target.size()); ++c)

@@ -56,6 +56,10 @@ public:
     /// Processes the signal in blocks; the last one may be shorter. `in place` hands over the same
     /// buffers for input and output where both have them.
     Signal Render(const Signal& input, int blockFrames, bool inPlace = false);
+    /// The same, with block lengths that `nextBlockFrames` tells.
+    Signal Render(const Signal& input,
+                  const std::function<int()>& nextBlockFrames,
+                  bool inPlace = false);
 
     /// Parameters that shape the sound: their indices.
     std::vector<int> GetSoundParameters() const;

@@ -73,6 +73,7 @@ void CheckParametersMatter(Run& run);
 void CheckParameters(Run& run);
 void CheckPresets(Run& run);
 void CheckSettings(Run& run);
+void CheckLocales(Run& run);
 void CheckLayouts(Run& run);
 void CheckBadSamples(Run& run);
 void CheckDenormals(Run& run);
@@ -82,5 +83,7 @@ void CheckRealTimeLongBlocks(Run& run);
 void CheckRealTimeResume(Run& run);
 void CheckFuzz(Run& run);
 void CheckThreads(Run& run);
+void CheckInstances(Run& run);
+void CheckHour(Run& run);
 
 }  // namespace zuc::host::conformance

@@ -4,11 +4,12 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <random>
 
 namespace zuc::host::conformance {
 
 void CheckSound(Run& run) {
-    for (const std::size_t channels : {1u, 2u, 6u, 32u})
+    for (const std::size_t channels : {1u, 2u, 6u, 8u, 32u})
         for (const float rateHz : {8000.0f, 11025.0f, 44100.0f, 48000.0f, 96000.0f, 384000.0f}) {
             Rig rig = run.MakeRig({rateHz, channels, 512});
             // Long enough to see past any latency.
@@ -27,10 +28,11 @@ void CheckSound(Run& run) {
 namespace {
 
 /// Renders noise with one change of all settings on the way.
-Signal RenderWithChange(const Run& run, Rig& rig, int blockFrames, bool inPlace) {
-    Signal first = rig.Render(Noise(run, 2, kShortFrames), blockFrames, inPlace);
+Signal RenderWithChange(const Run& run, const std::function<int()>& nextBlockFrames, bool inPlace) {
+    Rig rig = run.MakeRig();
+    Signal first = rig.Render(Noise(run, 2, kShortFrames), nextBlockFrames, inPlace);
     rig.Randomize(run.Options().seed + 1);
-    const Signal second = rig.Render(Noise(run, 2, kShortFrames), blockFrames, inPlace);
+    const Signal second = rig.Render(Noise(run, 2, kShortFrames), nextBlockFrames, inPlace);
     for (std::size_t c = 0; c < first.size(); ++c)
         first[c].insert(first[c].end(), second[c].begin(), second[c].end());
     return first;
@@ -39,14 +41,19 @@ Signal RenderWithChange(const Run& run, Rig& rig, int blockFrames, bool inPlace)
 }  // namespace
 
 void CheckBlocks(Run& run) {
-    Rig reference = run.MakeRig();
-    const Signal expected = RenderWithChange(run, reference, static_cast<int>(kShortFrames), false);
-    for (const int blockFrames : {1, 7, 64, 480, 2047, 2048, 4096})
-        for (const bool inPlace : {false, true}) {
-            Rig rig = run.MakeRig();
-            run.ExpectSame(RenderWithChange(run, rig, blockFrames, inPlace), expected,
-                           fmt::format("blocks of {}{}", blockFrames, inPlace ? " in place" : ""));
-        }
+    const auto whole = [] { return static_cast<int>(kShortFrames); };
+    const Signal expected = RenderWithChange(run, whole, false);
+    for (const bool inPlace : {false, true}) {
+        const char* place = inPlace ? " in place" : "";
+        for (const int blockFrames : {1, 7, 64, 480, 2047, 2048, 4096, 8192})
+            run.ExpectSame(RenderWithChange(
+                               run, [blockFrames] { return blockFrames; }, inPlace),
+                           expected, fmt::format("blocks of {}{}", blockFrames, place));
+        std::mt19937_64 random(run.Options().seed);
+        const auto anyLength = [&random] { return 1 + static_cast<int>(random() % 3000); };
+        run.ExpectSame(RenderWithChange(run, anyLength, inPlace), expected,
+                       fmt::format("blocks of 1 to 3000{}", place));
+    }
 }
 
 void CheckResume(Run& run) {

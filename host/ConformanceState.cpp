@@ -1,7 +1,9 @@
 #include "host/ConformanceRun.h"
 
+#include <clocale>
 #include <cmath>
 #include <limits>
+#include <locale>
 #include <set>
 
 #include "kraaudiofilterhost/PresetData.h"
@@ -130,6 +132,64 @@ void CheckSettings(Run& run) {
     kraaudiofilterhost::PresetData(list).SetParams(tooFew);
     run.Expect(!other.Filter().LoadSettings(preset) && ReadParameters(other.Filter()) == before,
                "settings with too few parameters are taken");
+}
+
+namespace {
+
+/// While it lives a comma marks the decimals and a point the thousands, for C++ and, where the system
+/// has such a locale, for C. Of the whole process, as hosts with windows set it.
+class CommaLocale {
+public:
+    CommaLocale() {
+        for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE", "fr_FR"})
+            if (std::setlocale(LC_ALL, name)) break;
+    }
+    ~CommaLocale() {
+        std::locale::global(previous_);
+        std::setlocale(LC_ALL, name_.c_str());
+    }
+    CommaLocale(const CommaLocale&) = delete;
+    CommaLocale& operator=(const CommaLocale&) = delete;
+
+private:
+    struct Comma final : std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    std::string name_ = std::setlocale(LC_ALL, nullptr);
+    std::locale previous_ = std::locale::global(std::locale(std::locale(), new Comma));
+};
+
+std::string SaveAsText(kraaudiofilterhost::AudioFilter& filter) {
+    kracore::proplist::PropList list;
+    kraaudiofilterhost::PresetData preset(list);
+    filter.SaveSettings(preset);
+    return kracore::proplist::ToJson(list);
+}
+
+std::vector<kracore::WStr> ReadTexts(kraaudiofilterhost::AudioFilter& filter) {
+    std::vector<kracore::WStr> texts;
+    for (int i = 0; i < filter.GetParameterCount(); ++i)
+        texts.push_back(filter.GetParameterString(i));
+    return texts;
+}
+
+}  // namespace
+
+void CheckLocales(Run& run) {
+    Rig rig = run.MakeRig();
+    rig.Randomize(run.Options().seed);
+    const std::string text = SaveAsText(rig.Filter());
+    const auto texts = ReadTexts(rig.Filter());
+    const CommaLocale locale;
+    run.Expect(SaveAsText(rig.Filter()) == text, "settings are saved in another form");
+    run.Expect(ReadTexts(rig.Filter()) == texts, "parameters read differently");
+    Rig other = run.MakeRig();
+    auto list = kracore::proplist::FromJson(text);
+    run.Expect(other.Filter().LoadSettings(kraaudiofilterhost::PresetData(list)) &&
+                   SaveAsText(other.Filter()) == text,
+               "settings of another locale load with other values");
 }
 
 void CheckLayouts(Run& run) {

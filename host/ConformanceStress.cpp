@@ -1,12 +1,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <barrier>
 #include <cmath>
+#include <fstream>
 #include <limits>
 #include <random>
 #include <thread>
 
 #include "host/ConformanceRun.h"
+#include "kraaudiofilterhost/PresetData.h"
+#include "kracore/PropList.h"
 
 namespace zuc::host::conformance {
 namespace {
@@ -50,6 +54,27 @@ void ChangeSomething(Rig& rig, std::mt19937_64& random) {
         filter.SetParameterAutomated(parameters[random() % parameters.size()], DrawValue(random));
 }
 
+/// What a host's own thread may do while the effect processes.
+void UseAsHost(Rig& rig, std::mt19937_64& random) {
+    kraaudiofilterhost::AudioFilter& filter = rig.Filter();
+    const std::vector<int> parameters = rig.GetSoundParameters();
+    if (parameters.empty()) return;
+    const int index = parameters[random() % parameters.size()];
+    const auto roll = random() % 64;
+    if (roll == 0 && filter.GetNumFactoryPresets() > 0) {
+        filter.SetFactoryPreset(0);
+    } else if (roll == 1) {
+        kracore::proplist::PropList list;
+        kraaudiofilterhost::PresetData preset(list);
+        filter.SaveSettings(preset);
+    } else if (roll < 8) {
+        filter.GetParameter(index);
+        filter.GetParameterString(index);
+    } else {
+        filter.SetParameterAutomated(index, DrawValue(random));
+    }
+}
+
 }  // namespace
 
 void CheckFuzz(Run& run) {
@@ -77,25 +102,139 @@ void CheckFuzz(Run& run) {
 
 void CheckThreads(Run& run) {
     Rig rig = run.MakeRig({48000.0f, 2, 256});
-    std::vector<int> parameters = rig.GetSoundParameters();
     std::atomic<bool> isDone{false};
+    std::barrier start(2);
     std::thread host([&] {
         std::mt19937_64 random(run.Options().seed);
-        kraaudiofilterhost::AudioFilter& filter = rig.Filter();
-        while (!isDone.load() && !parameters.empty()) {
-            filter.SetParameterAutomated(parameters[random() % parameters.size()],
-                                         DrawValue(random));
-            if (random() % 64 == 0 && filter.GetNumFactoryPresets() > 0) filter.SetFactoryPreset(0);
+        start.arrive_and_wait();
+        while (!isDone.load()) {
+            UseAsHost(rig, random);
             std::this_thread::yield();
         }
     });
     const Signal input = Noise(run, 2, 256);
     bool isFinite = true;
+    start.arrive_and_wait();
     for (int block = 0; block < kStormBlocks; ++block)
         isFinite = IsFinite(rig.Render(input, 64)) && isFinite;
     isDone.store(true);
     host.join();
     run.Expect(isFinite, "output that is not finite while another thread sets parameters");
+}
+
+void CheckInstances(Run& run) {
+    constexpr std::size_t kInstances = 4;
+    const Signal noise = Noise(run, 2, kShortFrames);
+    const auto render = [&] {
+        Rig rig = run.MakeRig();
+        rig.Randomize(run.Options().seed);
+        return rig.Render(noise, 480);
+    };
+    const Signal expected = render();
+    std::array<Signal, kInstances> outputs;
+    std::barrier start(static_cast<std::ptrdiff_t>(kInstances));
+    std::vector<std::thread> hosts;
+    hosts.reserve(kInstances);
+    for (Signal& output : outputs)
+        hosts.emplace_back([&] {
+            start.arrive_and_wait();
+            output = render();
+        });
+    for (std::thread& host : hosts) host.join();
+    for (const Signal& output : outputs) run.ExpectSame(output, expected, "beside three others");
+}
+
+namespace {
+
+constexpr std::size_t kMinuteFrames = 48000 * 60;
+
+/// A programme of a minute, over and over: phrases at four levels, and pauses.
+Signal MakeProgramme(const Run& run) {
+    constexpr std::size_t kPhraseFrames = 48000 * 3;
+    constexpr std::array kLevels{1.0f, 0.05f, 0.3f, 0.0f};
+    Signal programme = Noise(run, 2, kMinuteFrames);
+    for (auto& channel : programme)
+        for (std::size_t i = 0; i < channel.size(); ++i)
+            channel[i] *= kLevels[i / kPhraseFrames % kLevels.size()];
+    return programme;
+}
+
+struct Minute {
+    double levelDb = 0.0;
+    double mean = 0.0;
+};
+
+Minute Measure(const Signal& signal) {
+    double sum = 0.0;
+    double energy = 1e-12;
+    for (const float sample : signal.front()) {
+        sum += static_cast<double>(sample);
+        energy += static_cast<double>(sample) * static_cast<double>(sample);
+    }
+    const auto frames = static_cast<double>(signal.front().size());
+    return {10.0 * std::log10(energy / frames), sum / frames};
+}
+
+/// The effect with the first settings drawn from `seed` on that let sound through.
+Rig MakeAudibleRig(const Run& run, std::uint64_t& seed) {
+    constexpr int kAttempts = 100;
+    for (int attempt = 0;; ++attempt, ++seed) {
+        Rig rig = run.MakeRig();
+        rig.Randomize(seed);
+        const auto frames = kShortFrames + static_cast<std::size_t>(rig.Filter().GetInitialDelay());
+        if (attempt == kAttempts || GetPeak(rig.Render(Noise(run, 2, frames), 512)) > 1e-3f)
+            return rig;
+    }
+}
+
+/// Memory that the process holds, in KiB; 0 where the system does not tell.
+long GetResidentKiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;)
+        if (long size = 0; word == "VmRSS:" && status >> size) return size;
+    return 0;
+}
+
+}  // namespace
+
+void CheckHour(Run& run) {
+    const Signal programme = MakeProgramme(run);
+    std::uint64_t seed = run.Options().seed;
+    Rig rig = MakeAudibleRig(run, seed);
+    Minute early;
+    Minute late;
+    long earlyKiB = 0;
+    for (int minute = 0; minute < run.Options().hourMinutes; ++minute) {
+        const Signal out = rig.Render(programme, 512);
+        late = Measure(out);
+        if (!IsFinite(out)) {
+            run.Expect(false, fmt::format("output that is not finite in minute {}", minute + 1));
+            return;
+        }
+        if (minute == 2) {
+            early = late;
+            earlyKiB = GetResidentKiB();
+        }
+    }
+    const long grownKiB = GetResidentKiB() - earlyKiB;
+    run.Expect(std::fabs(late.levelDb - early.levelDb) < 0.2,
+               fmt::format("the level is {:.2f} dB in minute 3 and {:.2f} dB in minute {}",
+                           early.levelDb, late.levelDb, run.Options().hourMinutes));
+    run.Expect(std::fabs(late.mean - early.mean) < 1e-4,
+               fmt::format("the mean has moved from {} to {}", early.mean, late.mean));
+    run.Expect(grownKiB < 1024, fmt::format("the process has grown by {} KiB", grownKiB));
+
+    const int tail = std::max(0, rig.Filter().GetTail()) + rig.Filter().GetInitialDelay();
+    rig.Render(MakeSilence(2, static_cast<std::size_t>(tail) + 1), 512);
+    const float residue = GetPeak(rig.Render(MakeSilence(2, kShortFrames), 512));
+    run.Expect(residue < kInaudible,
+               fmt::format("silence after the hour comes out with a peak of {}", residue));
+    rig.Resume();
+    Rig fresh = run.MakeRig();
+    fresh.Randomize(seed);
+    fresh.Resume();
+    const Signal noise = Noise(run, 2, kShortFrames);
+    run.ExpectSame(rig.Render(noise, 512), fresh.Render(noise, 512), "after the hour and Resume");
 }
 
 }  // namespace zuc::host::conformance

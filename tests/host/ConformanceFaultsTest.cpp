@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <limits>
+#include <sstream>
 #include <vector>
 
 #include "Components/TableDriven.h"
@@ -35,6 +37,11 @@ enum class Fault {
     kSurround,
     kDeafChannel,
     kAllocates,
+    kLocale,
+    kShared,
+    kDrift,
+    kResidue,
+    kGrows,
 };
 Fault gFault = Fault::kNone;
 
@@ -64,6 +71,12 @@ public:
         if (index == kTone && gFault == Fault::kRange) return -1.0f;
         return TableDriven::GetParameter(index);
     }
+    kracore::WStr GetParameterString(int index) const override {
+        if (gFault != Fault::kLocale) return TableDriven::GetParameterString(index);
+        std::ostringstream text;
+        text << GetParameter(index);
+        return kracore::utility::FromUtf8(text.str());
+    }
     bool LoadSettings(const kraaudiofilterhost::PresetData& preset) override {
         return gFault == Fault::kSettings || TableDriven::LoadSettings(preset);
     }
@@ -75,6 +88,8 @@ public:
     }
     void Process(float** in, float** out, int frames, Flags, Flags&) override {
         if (gFault == Fault::kAllocates) std::vector<float>(16).swap(spare_);
+        if (gFault == Fault::kGrows) hoard_.emplace_back(1000, 0.5f);
+        if (gFault == Fault::kDrift) drift_ *= 1.00001f;
         if (gFault == Fault::kBlocks) tone_ = std::min(tone_ + 0.01f, 0.95f);
         if (gFault == Fault::kPoison || gFault == Fault::kDenormals) {
             Run(in, out, frames);
@@ -116,7 +131,10 @@ private:
                 tone += pace * (TargetTone() - tone);
                 if (gFault == Fault::kTail) tone = 0.999f;
                 if (gFault == Fault::kInPlace) out[c][i] = 0.0f;
-                state = tone * state + (1.0f - tone) * gain * in[c][i];
+                if (gFault == Fault::kResidue) residue_ += 1e-10f;
+                if (gFault == Fault::kShared) state = 0.5f * (state + gShared.load());
+                state = tone * state + (1.0f - tone) * gain * drift_ * in[c][i] + residue_;
+                if (gFault == Fault::kShared) gShared.store(state);
                 out[c][i] = gFault == Fault::kDeafChannel && c == 1 ? 0.0f : state;
             }
             states_[c] = state;
@@ -127,6 +145,10 @@ private:
 
     std::vector<float> states_;
     std::vector<float> spare_;
+    std::vector<std::vector<float>> hoard_;
+    float drift_ = 1.0f;
+    float residue_ = 0.0f;
+    inline static std::atomic<float> gShared{0.0f};
     float gain_ = 1.0f;
     float tone_ = 0.475f;
 };
@@ -147,10 +169,13 @@ TEST(ConformanceFaults, EachIsFoundByItsRuleAndTheSoundEffectPasses) {
         {Fault::kPoison, "fuzz"},         {Fault::kDenormals, "denormals"},
         {Fault::kRange, "parameters"},    {Fault::kSettings, "settings"},
         {Fault::kSurround, "layouts"},    {Fault::kDeafChannel, "sound"},
-        {Fault::kAllocates, "real-time"},
+        {Fault::kAllocates, "real-time"}, {Fault::kLocale, "locales"},
+        {Fault::kShared, "instances"},    {Fault::kDrift, "hour"},
+        {Fault::kResidue, "hour"},        {Fault::kGrows, "hour"},
     };
     ConformanceOptions options;
     options.probe = FindRealTimeProbe();
+    options.hourMinutes = 4;
     kraaudiofilterhost::utility::RegisterAudioFilter(u"test.Faulty", kFaulty.create);
     gFault = Fault::kNone;
     for (const ConformanceCheck& check : GetConformanceChecks()) {

@@ -356,7 +356,8 @@ private:
         command.app->footer(
             "Levels: 1 parameters, presets, settings, layouts, sound; 3 blocks, latency, tail, "
             "clicks and "
-            "more;\n5 hostile values and threads too; each further level draws twice as often.\n"
+            "more;\n5 hostile values and threads too; each further level draws twice as often,\n"
+            "10 has an hour of sound for each effect as well.\n"
             "Real-time safety is checked when a guard is present:\n"
             "  LD_PRELOAD=librtguard.so zuc validate\n"
             "Exit code 6 when a promise is broken.");

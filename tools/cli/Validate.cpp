@@ -19,7 +19,8 @@ namespace {
 using host::Json;
 
 constexpr int kHighestLevel = 10;
-constexpr int kSingleLevel = 5;  // up to it every check runs once
+constexpr int kSingleLevel =
+    5;  // up to it every check runs once, then twice as often at each level
 
 struct Job {
     std::vector<std::size_t> effects;  // places in the catalogue
@@ -84,7 +85,7 @@ Verdict RunCheck(const Job& job,
         verdict.reason = fmt::format("from level {}", check.level);
     if (!verdict.reason.empty()) return verdict;
     const auto start = std::chrono::steady_clock::now();
-    const int rounds = 1 << std::max(0, job.level - kSingleLevel);
+    const int rounds = 1 << std::max(0, job.level - std::max(kSingleLevel, check.level));
     for (int round = 0; round < rounds && verdict.findings.empty(); ++round) {
         options.seed = job.seed + static_cast<std::uint64_t>(round);
         for (const host::Finding& finding : host::RunConformanceCheck(effect, check.name, options))
