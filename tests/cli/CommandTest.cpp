@@ -57,7 +57,7 @@ TEST_F(CommandTest, TellsOfEffectsAndOfItself) {
 
     const std::string junit = folder_ / "report.xml";
     const Outcome validation =
-        RunZuc({"validate", "amplify", "--level", "1", "--json", "--junit", junit});
+        RunZuc({"validate", "amplify", "--check", "sound", "--json", "--junit", junit});
     EXPECT_EQ(validation.exitCode, 0) << validation.err;
     const auto validated = json::parse(validation.out);
     EXPECT_EQ(validated["broken"], 0);

@@ -349,6 +349,8 @@ private:
         ValidateOptions& o = validate_;
         command.app->add_option("EFFECT", o.effects, "Which; all without it");
         command.app->add_option("--level", o.level, "1 quick to 10 very long (5)");
+        command.app->add_option("--check", o.checks, "Only this one, such as tail; repeat for more")
+            ->allow_extra_args(false);
         command.app->add_option("--seed", o.seed, "Of what is drawn at random (1)");
         command.app->add_option("--junit", o.junit, "Write a report for CI servers, JUnit XML");
         command.app->add_flag("--json", o.json, "For programs");

@@ -163,6 +163,7 @@ struct PlotOptions {
 
 struct ValidateOptions {
     std::vector<std::string> effects;  // none: all
+    std::vector<std::string> checks;   // none: all
     std::string level = "5";
     std::string seed = "1";
     std::string junit;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <limits>
 
@@ -8,6 +9,7 @@
 #include "RenderJob.h"
 #include "host/Conformance.h"
 #include "host/EffectCatalogue.h"
+#include "host/Error.h"
 #include "host/Faults.h"
 #include "host/JsonReader.h"
 #include "host/TemporaryFile.h"
@@ -24,6 +26,7 @@ constexpr int kSingleLevel =
 
 struct Job {
     std::vector<std::size_t> effects;  // places in the catalogue
+    std::vector<const host::ConformanceCheck*> checks;
     int level = kSingleLevel;
     std::uint64_t seed = 1;
     host::RealTimeProbe probe;
@@ -53,6 +56,17 @@ struct Report {
     }
 };
 
+const host::ConformanceCheck& FindCheck(const std::string& name) {
+    const auto checks = host::GetConformanceChecks();
+    const auto found = std::find_if(checks.begin(), checks.end(),
+                                    [&](const auto& check) { return check.name == name; });
+    if (found != checks.end()) return *found;
+    std::vector<std::string> names;
+    for (const host::ConformanceCheck& check : checks) names.emplace_back(check.name);
+    throw host::Error(host::ExitCode::kUsage, fmt::format("there is no check '{}'", name),
+                      fmt::format("{}", fmt::join(names, ", ")), host::DidYouMean(name, names));
+}
+
 Job ReadJob(const ValidateOptions& options, const host::EffectCatalogue& catalogue) {
     Job job;
     host::Faults faults;
@@ -62,6 +76,10 @@ Job ReadJob(const ValidateOptions& options, const host::EffectCatalogue& catalog
             job.effects.push_back(
                 static_cast<std::size_t>(&effect - catalogue.GetEffects().data()));
         });
+    for (const host::ConformanceCheck& check : host::GetConformanceChecks())
+        if (options.checks.empty()) job.checks.push_back(&check);
+    for (const std::string& name : options.checks)
+        faults.Try([&] { job.checks.push_back(&FindCheck(name)); });
     faults.Try([&] { job.level = ParseInteger("--level", options.level, 1, kHighestLevel); });
     faults.Try([&] {
         job.seed = static_cast<std::uint64_t>(
@@ -153,8 +171,8 @@ int RunValidate(const ValidateOptions& options) {
     std::size_t broken = 0;
     for (const std::size_t place : job.effects) {
         Report report{catalogue.GetEffects()[place].slug, {}};
-        for (const host::ConformanceCheck& check : host::GetConformanceChecks())
-            report.verdicts.push_back(RunCheck(job, components::GetCatalogue()[place], check));
+        for (const host::ConformanceCheck* check : job.checks)
+            report.verdicts.push_back(RunCheck(job, components::GetCatalogue()[place], *check));
         broken += report.Count("broken");
         if (!options.json) SayReport(report, options.verbose);
         reports.push_back(std::move(report));
