@@ -17,6 +17,7 @@
 
 #include "host/Error.h"
 #include "host/FileFormats.h"
+#include "host/Folder.h"
 #include "host/SampleConversion.h"
 #include "host/SoundFileMetadata.h"
 #include "host/TemporaryFile.h"
@@ -40,10 +41,8 @@ std::string NameOf(const std::string& path) {
 [[noreturn]] void ThrowMissing(const std::string& path) {
     const fs::path folder = fs::path(path).parent_path();
     std::error_code error;
-    std::vector<std::string> names;
-    for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end;
-         !error && entry != end && names.size() < kMostNames; entry.increment(error))
-        names.push_back(entry->path().filename().native());
+    auto names = ListFolder(folder.empty() ? "." : folder.native(), error);
+    names.resize(std::min(names.size(), kMostNames));
     const std::string similar = FindSimilar(fs::path(path).filename().native(), names);
     std::string hint;
     if (!folder.empty() && !fs::is_directory(folder, error))

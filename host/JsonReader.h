@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -7,6 +8,22 @@
 #include <nlohmann/json.hpp>
 
 #include "host/Error.h"
+
+// The original collects a value's children in a vector before it destroys them, and so needs memory where
+// nothing may fail; nor does it expect a value whose own memory could not be had. Values here are not nested
+// deeply; they can destroy each other in turn.
+template <>
+inline void nlohmann::ordered_json::json_value::destroy(nlohmann::detail::value_t type) {
+    const auto free = [](auto* value) {
+        if (!value) return;
+        std::destroy_at(value);
+        std::allocator<std::remove_pointer_t<decltype(value)>>().deallocate(value, 1);
+    };
+    if (type == nlohmann::detail::value_t::object) free(object);
+    if (type == nlohmann::detail::value_t::array) free(array);
+    if (type == nlohmann::detail::value_t::string) free(string);
+    if (type == nlohmann::detail::value_t::binary) free(binary);
+}
 
 namespace zuc::host {
 

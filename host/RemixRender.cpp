@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "host/Faults.h"
+#include "host/Folder.h"
 #include "host/OfflineSession.h"
 #include "host/RemixSearch.h"
 #include "host/RenderSource.h"
@@ -147,10 +148,12 @@ std::vector<std::string> WriteStems(const RemixPlan& plan,
                                     const std::atomic<int>* interrupted) {
     std::error_code error;
     std::vector<fs::path> paths;
-    for (const auto& entry : fs::directory_iterator(folder, error))
-        if (entry.is_regular_file()) paths.push_back(entry.path());
+    const auto names = ListFolder(folder, error);
     if (error) throw Error(ExitCode::kInput, folder + ": " + error.message());
-    std::sort(paths.begin(), paths.end());
+    // Hidden ones are nobody's stems: what a killed process left of its output, or an editor of its own.
+    for (const std::string& name : names)
+        if (!name.starts_with('.') && fs::is_regular_file(fs::path(folder) / name, error))
+            paths.push_back(fs::path(folder) / name);
     if (paths.empty()) throw Error(ExitCode::kInput, folder + ": there are no files");
     if (fs::equivalent(folder, outputFolder, error))
         throw Error(ExitCode::kUsage, "--stems: the results would replace the stems");

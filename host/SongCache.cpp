@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "host/Folder.h"
 #include "host/TemporaryFile.h"
 
 namespace zuc::host {
@@ -162,14 +163,15 @@ void SongCache::RemoveOldest() const {
     };
     std::vector<Entry> entries;
     std::uintmax_t total = 0;
-    for (const auto& file : fs::directory_iterator(folder_)) {
-        if (file.path().extension() != ".song") continue;
-        entries.push_back({file.path(), file.last_write_time(), file.file_size()});
+    std::error_code ignored;
+    for (const std::string& name : ListFolder(folder_, ignored)) {
+        if (!name.ends_with(".song")) continue;
+        const fs::path path = fs::path(folder_) / name;
+        entries.push_back({path, fs::last_write_time(path), fs::file_size(path)});
         total += entries.back().bytes;
     }
     std::sort(entries.begin(), entries.end(),
               [](const Entry& a, const Entry& b) { return a.used < b.used; });
-    std::error_code ignored;
     for (const Entry& entry : entries) {
         if (total <= kMostBytes) return;
         fs::remove(entry.path, ignored);

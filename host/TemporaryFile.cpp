@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "host/Error.h"
+#include "host/Folder.h"
 
 namespace zuc::host {
 namespace {
@@ -129,13 +130,12 @@ pid_t MakerOf(std::string_view name) {
 /// numbers mean nothing here.
 void RemoveStaleTemporaries(const fs::path& folder) {
     std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const pid_t maker = MakerOf(entry->path().filename().native());
+    for (const std::string& name : ListFolder(folder.native(), error)) {
+        const pid_t maker = MakerOf(name);
         if (maker < 0 || kill(maker, 0) == 0 || errno != ESRCH) continue;
-        const FileDescriptor file(open(entry->path().c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-        if (file.IsOpen() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0)
-            unlink(entry->path().c_str());
+        const std::string path = (folder / name).native();
+        const FileDescriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+        if (file.IsOpen() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
     }
 }
 
@@ -242,16 +242,15 @@ void OutputFile::OpenTemporary(const std::string& path) {
     const std::string name = target.filename().native().substr(0, kLongestNameBytes);
     for (int attempt = 0; attempt < 16 && !fd_.IsOpen(); ++attempt) {
         const std::string unique = fmt::format("{}{}-{:08x}", kMark, getpid(), random());
-        temporary_ = (folder / fmt::format(".{}{}{}", name, unique, kSuffix)).native();
+        std::string hidden = (folder / fmt::format(".{}{}{}", name, unique, kSuffix)).native();
         const mode_t mode = exists ? old.st_mode & 0777 : 0666;
-        fd_ = FileDescriptor(open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-        if (!fd_.IsOpen() && errno != EEXIST) break;
+        fd_ = FileDescriptor(open(hidden.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        if (fd_.IsOpen())
+            temporary_.path = std::move(hidden);
+        else if (errno != EEXIST)
+            break;
     }
-    if (!fd_.IsOpen()) {
-        const int error = errno;
-        temporary_.clear();
-        Fail(error);
-    }
+    if (!fd_.IsOpen()) Fail(errno);
     flock(fd_.Get(), LOCK_EX | LOCK_NB);  // tells RemoveStaleTemporaries that it is in use
     if (exists) {
         // Only root may give files away; for others the owner is already the right one, or stays new.
@@ -263,9 +262,11 @@ void OutputFile::OpenTemporary(const std::string& path) {
     isSeekable_ = true;
 }
 
-OutputFile::~OutputFile() {
-    if (!temporary_.empty()) unlink(temporary_.c_str());
+OutputFile::NamedFile::~NamedFile() {
+    if (!path.empty()) unlink(path.c_str());
 }
+
+OutputFile::~OutputFile() = default;
 
 void OutputFile::Append(const void* bytes, std::size_t count) {
     const auto* next = static_cast<const std::byte*>(bytes);
@@ -338,8 +339,8 @@ void OutputFile::Commit() {
     }
     if (reserved_ > size_ && ftruncate(fd_.Get(), size_) != 0) Fail(errno);
     if (fsync(fd_.Get()) != 0) Fail(errno);
-    if (rename(temporary_.c_str(), target_.c_str()) != 0) Fail(errno);
-    temporary_.clear();
+    if (rename(temporary_.path.c_str(), target_.c_str()) != 0) Fail(errno);
+    temporary_.path.clear();
     if (!fd_.Close()) Fail(errno);
     const FileDescriptor folder(
         open(FolderOf(target_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -72,15 +72,20 @@ public:
     void Commit();  // once [worker]
 
 private:
+    /// Removes its file, also when the constructor throws halfway.
+    struct NamedFile {
+        std::string path;  // empty when there is none on the disk
+        ~NamedFile();
+    };
     void OpenDirect(int fd);
     void OpenTemporary(const std::string& path);
     void Reserve();
     void CopyToStream();
     [[noreturn]] void Fail(int error);
 
-    std::string path_;       // as the user wrote it
-    std::string target_;     // with symbolic links followed; empty when written directly
-    std::string temporary_;  // empty when there is none on the disk
+    std::string path_;    // as the user wrote it
+    std::string target_;  // with symbolic links followed; empty when written directly
+    NamedFile temporary_;
     FileDescriptor fd_;      // what is written to
     FileDescriptor stream_;  // where CopyToStream goes
     int failed_ = 0;         // the first error; nothing is committed after one

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "host/Error.h"
+#include "host/Folder.h"
 #include "host/Text.h"
 
 namespace zuc::host {
@@ -71,9 +72,9 @@ std::string UserPresets::GetDefaultFolder() {
 std::vector<std::string> UserPresets::GetNames(const std::string& slug) const {
     std::vector<std::string> names;
     std::error_code ignored;  // a folder that is not there has no presets
-    for (const auto& entry : fs::directory_iterator(fs::path(folder_) / slug, ignored))
-        if (entry.path().extension() == kExtension)
-            names.push_back(DecodeFileName(entry.path().stem().string()));
+    for (const std::string& file : ListFolder(folder_ + "/" + slug, ignored))
+        if (const fs::path name(file); name.extension() == kExtension)
+            names.push_back(DecodeFileName(name.stem().string()));
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <memory>
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -14,8 +15,9 @@ void AsyncExecutor::AsyncCall(boost::function<void()> job, int) {
     {
         const std::lock_guard lock(mutex_);
         if (terminated_) return;
+        // The thread first: should it not start, or the job find no place, no job was posted.
+        if (jobs_.size() >= idle_) threads_.emplace_back([this] { Work(); });
         jobs_.push_back(std::move(job));
-        if (jobs_.size() > idle_) threads_.emplace_back([this] { Work(); });
     }
     posted_.notify_one();
 }
@@ -110,19 +112,26 @@ private:
     AsyncExecutor executor_;
 };
 
+void RunAlone(const boost::function<void(int)>& task, int count) {
+    for (int i = 0; i < count; ++i) task(i);
+}
+
 }  // namespace
 
 void ExecuteCPUBoundTaskOnAllProcessors(const boost::function<void(int)>& task, int count) {
     static const int processors =
         std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
     const int helpers = std::min(count, processors) - 1;
-    if (helpers <= 0 || insideTask) {
-        for (int i = 0; i < count; ++i) task(i);
-        return;
+    if (helpers <= 0 || insideTask) return RunAlone(task, count);
+    std::shared_ptr<ParallelCall> call;
+    try {
+        static ParallelHelpers shared;
+        call = std::make_shared<ParallelCall>(task, count);
+        shared.Post(call, helpers);
+    } catch (const std::exception&) {
+        // No memory or no thread for a helper: those that there are, or none, do the work.
+        if (!call) return RunAlone(task, count);
     }
-    static ParallelHelpers shared;
-    const auto call = std::make_shared<ParallelCall>(task, count);
-    shared.Post(call, helpers);
     call->ClaimAndRun();
     call->WaitForAll();
 }

@@ -27,7 +27,8 @@ public:
     AsyncExecutor& operator=(const AsyncExecutor&) = delete;
 
     /// Posts a job; dropped after Terminate. What it throws ends the process. `priority` is kept for the
-    /// host and has no effect. [any, may block]
+    /// host and has no effect. Throws std::bad_alloc or std::system_error when there is no memory or thread
+    /// for it; then it is not posted. [any, may block]
     void AsyncCall(boost::function<void()> job, int priority = 0);
     /// Lets the posted jobs end, then joins the threads. Never called from a job. [host]
     void Terminate();

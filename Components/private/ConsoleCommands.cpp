@@ -196,15 +196,20 @@ constexpr std::array kCommands{
                Create<RemixSetting<kRemixSourceSeparation, SettingKind::kBool>>},
 };
 
+/// Made when the commands are registered, so that to unregister them takes no memory.
+std::vector<WStr> registeredNames;
+
 }  // namespace
 
 void RegisterConsoleCommands() {
+    registeredNames.clear();
+    for (const CommandRow& row : kCommands) registeredNames.emplace_back(row.name);
     for (const CommandRow& row : kCommands)
         CommandRegistry::RegisterCommand(row.name, row.help, row.create);
 }
 
 void UnregisterConsoleCommands() {
-    for (const CommandRow& row : kCommands) CommandRegistry::UnregisterCommand(row.name);
+    for (const WStr& name : registeredNames) CommandRegistry::UnregisterCommand(name);
 }
 
 float GetTimeStretchPreviewQuality() { return timeStretchPreviewQuality.load(); }

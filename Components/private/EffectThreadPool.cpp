@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
-#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -41,14 +40,14 @@ std::atomic<bool> danglingAssertion{true};
 class EffectThreadQueue {
 public:
     EffectThreadQueue() : executor_(kracore::threads::CreateCPUBoundExecutor()) {
-        kracore::debug::RegisterDebugMonitorCallback(kQueueChannel, [this](UTF16StringStream& out) {
+        kracore::debug::RegisterDebugMonitorCallback(channel_, [this](UTF16StringStream& out) {
             out << u"Thread Count: " << static_cast<std::int64_t>(executor_->GetThreadCount())
                 << u"\n";
             out << u"Terminated: " << (executor_->IsTerminated() ? u"True" : u"False") << u"\n";
         });
     }
     ~EffectThreadQueue() {
-        kracore::debug::UnregisterDebugMonitorCallback(kQueueChannel);
+        kracore::debug::UnregisterDebugMonitorCallback(channel_);
         executor_->Terminate();
     }
     EffectThreadQueue(const EffectThreadQueue&) = delete;
@@ -57,6 +56,7 @@ public:
     void Post(boost::function<void()> job) { executor_->AsyncCall(std::move(job), 0); }
 
 private:
+    const kracore::WStr channel_{kQueueChannel};  // kept, so that to unregister it takes no memory
     boost::shared_ptr<kracore::threads::AsyncExecutor> executor_;
 };
 
@@ -176,6 +176,11 @@ private:
     sem_t wakeUp_{};
 };
 
+/// Lets `list` grow to `count` entries without asking for memory.
+void MakeRoom(std::vector<SchedulableEffect*>& list, std::size_t count) {
+    if (list.capacity() < count) list.reserve(2 * count);
+}
+
 }  // namespace
 
 // ---- The pool ----
@@ -208,6 +213,7 @@ private:
     void WaitUntilLeft(SchedulableEffect* effect);
     void Drain();
 
+    const kracore::WStr channel_{kPoolChannel};  // kept, so that to unregister it takes no memory
     std::atomic<int> subscribed_{0};
     std::atomic<int> threads_{0};  // workers the pool means to have
     std::atomic<int> running_{0};  // workers whose loop has not ended
@@ -218,16 +224,17 @@ private:
     kracore::threads::Gate threadExit_;
     WorkQueue queue_;
 
-    // Order of locks: subscription before list, never the reverse.
+    // Order of locks: subscription before list, never the reverse. Both lists have room made when somebody
+    // subscribes, so that neither a worker nor an effect that goes ever needs memory.
     std::recursive_mutex subscriptionMutex_;
     std::recursive_mutex listMutex_;  // guards the lists, and is held while a function runs
     std::vector<SchedulableEffect*>
-        cancelled_;                           // unsubscribed; entries left in the queue are skipped
-    std::list<SchedulableEffect*> inFlight_;  // taken from the queue and not yet done
+        cancelled_;  // unsubscribed; entries left in the queue are skipped
+    std::vector<SchedulableEffect*> inFlight_;  // taken from the queue and not yet done
 };
 
 EffectThreadPool::Impl::Impl() {
-    kracore::debug::RegisterDebugMonitorCallback(kPoolChannel, [this](UTF16StringStream& out) {
+    kracore::debug::RegisterDebugMonitorCallback(channel_, [this](UTF16StringStream& out) {
         const Statistics now = GetStatistics();
         out << u"Thread Count: " << now.threads << u"\n";
         out << u"Subscribed Effects: " << now.subscribedEffects << u"\n";
@@ -236,7 +243,7 @@ EffectThreadPool::Impl::Impl() {
 }
 
 EffectThreadPool::Impl::~Impl() {
-    kracore::debug::UnregisterDebugMonitorCallback(kPoolChannel);
+    kracore::debug::UnregisterDebugMonitorCallback(channel_);
     Drain();
     while (threads_.load() > 0) TerminateThread();
     // Workers that were asked to leave earlier may still be on their way out of this object.
@@ -244,12 +251,15 @@ EffectThreadPool::Impl::~Impl() {
 }
 
 void EffectThreadPool::Impl::Subscribe(SchedulableEffect* effect) {
-    {
-        const std::lock_guard lock(listMutex_);
-        std::erase(cancelled_, effect);
-    }
     const std::lock_guard lock(subscriptionMutex_);
-    if (subscribed_.fetch_add(1) + 1 > threads_.load() * kSubscribersPerWorker) StartWorker();
+    const int subscribers = subscribed_.load() + 1;
+    {
+        const std::lock_guard listLock(listMutex_);
+        std::erase(cancelled_, effect);
+        MakeRoom(cancelled_, cancelled_.size() + static_cast<std::size_t>(subscribers));
+    }
+    if (subscribers > threads_.load() * kSubscribersPerWorker) StartWorker();
+    subscribed_.store(subscribers);
 }
 
 void EffectThreadPool::Impl::Unsubscribe(SchedulableEffect* effect) {
@@ -282,9 +292,19 @@ void EffectThreadPool::Impl::WaitUntilLeft(SchedulableEffect* effect) {
 }
 
 void EffectThreadPool::Impl::StartWorker() {
+    {
+        const std::lock_guard lock(listMutex_);
+        MakeRoom(inFlight_, static_cast<std::size_t>(running_.load()) + 1);  // each worker has one
+    }
     running_.fetch_add(1);
     threads_.fetch_add(1);
-    PostToEffectThreadQueue([this] { ThreadLoop(); });
+    try {
+        PostToEffectThreadQueue([this] { ThreadLoop(); });
+    } catch (...) {
+        threads_.fetch_sub(1);
+        running_.fetch_sub(1);
+        throw;
+    }
 }
 
 void EffectThreadPool::Impl::RequestTermination() {

@@ -1,5 +1,7 @@
 #include "Components/Library.h"
 
+#include <vector>
+
 #include "Components/Catalogue.h"
 #include "Components/EffectThreadPool.h"
 #include "Components/private/ConsoleCommands.h"
@@ -15,28 +17,48 @@ WStr& TempDir() {
     return path;
 }
 
+/// Made before they are registered, so that to unregister them takes no memory.
+std::vector<WStr>& RegisteredFilters() {
+    static std::vector<WStr> identifiers;
+    return identifiers;
+}
+
+void Start() {
+    RegisteredFilters().clear();
+    for (const auto& entry : components::GetCatalogue())
+        RegisteredFilters().emplace_back(entry.identifier);
+    for (const auto& entry : components::GetCatalogue())
+        kraaudiofilterhost::utility::RegisterAudioFilter(WStr(entry.identifier), entry.create);
+    RegisterConsoleCommands();
+    components::EffectThreadPool::Create();
+}
+
+/// Takes back what Start did, or began to do.
+void End() {
+    components::EffectThreadPool::Destroy();
+    UnregisterConsoleCommands();
+    for (const WStr& identifier : RegisteredFilters())
+        kraaudiofilterhost::utility::UnregisterAudioFilter(identifier);
+    kraaudiofilterhost::Terminate();
+}
+
 }  // namespace
 
 void Initialize() {
-    if (initializations > 0) {
-        ++initializations;
-        return;
+    if (initializations == 0) {
+        kraaudiofilterhost::Initialize();
+        try {
+            Start();
+        } catch (...) {
+            End();
+            throw;
+        }
     }
-    RegisterConsoleCommands();
-    kraaudiofilterhost::Initialize();
-    for (const auto& entry : components::GetCatalogue())
-        kraaudiofilterhost::utility::RegisterAudioFilter(WStr(entry.identifier), entry.create);
-    components::EffectThreadPool::Create();
     ++initializations;
 }
 
 void Terminate() {
-    if (--initializations != 0) return;
-    components::EffectThreadPool::Destroy();
-    for (const auto& entry : components::GetCatalogue())
-        kraaudiofilterhost::utility::UnregisterAudioFilter(WStr(entry.identifier));
-    kraaudiofilterhost::Terminate();
-    UnregisterConsoleCommands();
+    if (--initializations == 0) End();
 }
 
 WStr GetTempDir() { return TempDir(); }

@@ -25,7 +25,7 @@ struct OfflineJob::State {
     }
 };
 
-/// Ends the run when the last copy of the posted job goes, also when it never ran.
+/// Ends the run, once it has begun, when the last copy of the posted job goes, also when it never ran.
 class OfflineJob::Ticket {
 public:
     Ticket(std::shared_ptr<State> state, std::shared_ptr<Run> run)
@@ -33,6 +33,20 @@ public:
     Ticket(const Ticket&) = delete;
     Ticket& operator=(const Ticket&) = delete;
     ~Ticket() { Finish(); }
+
+    /// False while another run is under way.
+    bool Begin() {
+        {
+            const std::lock_guard lock(state_->mutex);
+            if (state_->outcome == Outcome::kRunning) return false;
+            state_->outcome = Outcome::kRunning;
+            state_->run = run_;
+        }
+        isFinished_ = false;
+        run_->ReportProgress(0.0);
+        run_->writer_->SetOpenToWrite(true);
+        return true;
+    }
 
     void DoWork(const Work& work) {
         const kracore::utility::FlushToZeroScope flushToZero;
@@ -61,7 +75,7 @@ private:
     std::shared_ptr<State> state_;
     std::shared_ptr<Run> run_;
     bool isComplete_ = false;
-    bool isFinished_ = false;
+    bool isFinished_ = true;  // or has not begun
 };
 
 // ---- The work's side ----
@@ -115,15 +129,8 @@ bool OfflineJob::Start(Work work) {
     run->reader_ = reader_;
     run->writer_ = writer_;
     run->progressPercent_ = progressPercent_;
-    {
-        const std::lock_guard lock(state_->mutex);
-        if (state_->outcome == Outcome::kRunning) return false;
-        state_->outcome = Outcome::kRunning;
-        state_->run = run;
-    }
-    run->ReportProgress(0.0);
-    writer_->SetOpenToWrite(true);
     auto ticket = std::make_shared<Ticket>(state_, run);
+    if (!ticket->Begin()) return false;
     PostToEffectThreadQueue(
         [ticket = std::move(ticket), work = std::move(work)] { ticket->DoWork(work); });
     const std::lock_guard lock(state_->mutex);

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -393,6 +395,66 @@ TEST(Tail, ReadsWordsAndTimes) {
     EXPECT_EQ(ParseTail("1:00.5"), (Tail{Tail::Kind::kSeconds, 60.5}));
     for (const char* text : {"", "never", "-1", "inf"})
         EXPECT_THROW(ParseTail(text), Error) << text;
+}
+
+/// Noise that cannot be read any further from a frame on.
+class FailingSource final : public AudioSource {
+public:
+    explicit FailingSource(int failsFrom) : failsFrom_(failsFrom) {
+        info_.rateHz = kRateHz;
+        info_.channels = 2;
+        info_.frames = kFrames;
+    }
+    int Read(float* const* out, int frames) override {
+        const int count = std::min(frames, kFrames - position_);
+        if (position_ + count > failsFrom_) throw Error(ExitCode::kInput, "the disc is broken");
+        for (int c = 0; c < 2; ++c) std::fill_n(out[c], count, 0.25f);
+        position_ += count;
+        return count;
+    }
+    void Seek(std::int64_t frame) override { position_ = static_cast<int>(frame); }
+
+private:
+    int failsFrom_;
+    int position_ = 0;
+};
+
+TEST_F(RenderTest, AFaultAtAnyFrameKeepsTheOldFile) {
+    rlimit unlimited{};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    const Chain chains[] = {{}, {{"test-delay", "", {}}}, {{"test-offline", "", {}}}};
+    const struct {
+        int failsFrom;
+        rlim_t mostBytes;  // that the device takes
+        ExitCode code;
+    } rows[] = {{0, RLIM_INFINITY, ExitCode::kInput},
+                {1, RLIM_INFINITY, ExitCode::kInput},
+                {511, RLIM_INFINITY, ExitCode::kInput},
+                {513, RLIM_INFINITY, ExitCode::kInput},
+                {4799, RLIM_INFINITY, ExitCode::kInput},
+                {4800, 0, ExitCode::kOutput},
+                {4800, 1, ExitCode::kOutput},
+                {4800, 45, ExitCode::kOutput},
+                {4800, 9000, ExitCode::kOutput},
+                {4800, 19000, ExitCode::kOutput}};
+    options_.output.samples = SampleFormat::kInt16;
+    for (const Chain& chain : chains)
+        for (const auto& row : rows) {
+            std::ofstream(Path("out.wav")) << "old";
+            FailingSource source(row.failsFrom);
+            ChainProcessor processor(chain, catalogue_, UserPresets(""), kRateHz, 2, 512);
+            const rlimit limit{row.mostBytes, unlimited.rlim_max};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            try {
+                host::Render(source, processor, kRateHz, options_);
+                ADD_FAILURE() << row.failsFrom << ' ' << row.mostBytes;
+            } catch (const Error& error) {
+                EXPECT_EQ(error.GetCode(), row.code) << error.what();
+            }
+            setrlimit(RLIMIT_FSIZE, &unlimited);
+            EXPECT_EQ(ReadBytes("out.wav"), "old");
+            EXPECT_THAT(ListFolder(), testing::ElementsAre("out.wav"));
+        }
 }
 
 }  // namespace

@@ -14,8 +14,8 @@
 ///
 /// Programs that link the target `rtguard` (or librtguard.so) have the calls in question replaced by
 /// ones that report. On Linux for x86-64 every kernel entry of the thread is trapped as well, however
-/// it is made. In builds with a sanitizer the target brings nothing but this header, and every function
-/// here does nothing.
+/// it is made. In builds with a sanitizer the functions here do nothing, but for FailNewAfter with that of
+/// addresses.
 ///
 /// Environment: RTGUARD_TRACE=1 prints a backtrace for every finding, RTGUARD_ABORT=1 stops at the
 /// first one, RTGUARD_REPORT=1 prints a summary at the end, RTGUARD_FAIL_AFTER=n calls
@@ -72,6 +72,16 @@ inline void Reset() {}
 inline const char* DescribeLast() { return ""; }
 inline void FailAllocationAfter(long) {}
 
+#endif
+
+#if defined(ZUC_RTGUARD_LINKED) || defined(ZUC_RTGUARD_FAILS_NEW)
+/// Makes the n-th operator new from now on fail, whichever thread calls it; 0 stops that. Libraries in C,
+/// of which some do not expect it, go on. Returns what the last such call had left: 0 when it has failed. [any]
+long FailNewAfter(long n);
+constexpr bool CanFailNew() { return true; }
+#else
+inline long FailNewAfter(long) { return 0; }
+constexpr bool CanFailNew() { return false; }
 #endif
 
 /// Watches the calling thread for as long as it lives.

@@ -1,4 +1,6 @@
+#include <cstdio>
 #include <exception>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -81,6 +83,10 @@ int main(int argc, char** argv) {
     } catch (const host::Error& error) {
         cli::SayError(error);
         return static_cast<int>(error.GetCode());
+    } catch (const std::bad_alloc&) {
+        // Said without asking for memory again.
+        std::fputs("zuc: out of memory\n", stderr);
+        return static_cast<int>(host::ExitCode::kProcessing);
     } catch (const std::exception& error) {
         cli::SayError(host::Error(host::ExitCode::kProcessing, error.what()));
         return static_cast<int>(host::ExitCode::kProcessing);

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace zuc::host {
+
+/// Names of what is in a folder, hidden ones too, in ascending order. A folder that cannot be read has none, and `error`
+/// says why. In contrast to the standard library's iterator it throws when memory is short. [any]
+std::vector<std::string> ListFolder(const std::string& path, std::error_code& error);
+
+}  // namespace zuc::host

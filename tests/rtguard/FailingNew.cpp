@@ -1,0 +1,43 @@
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "rtguard/RealTimeGuard.h"
+
+namespace rtguard {
+namespace {
+
+std::atomic<long> newsUntilFailure{0};
+
+bool TakeFailure() {
+    long left = newsUntilFailure.load(std::memory_order_relaxed);
+    while (left > 0)
+        if (newsUntilFailure.compare_exchange_weak(left, left - 1, std::memory_order_relaxed))
+            return left == 1;
+    return false;
+}
+
+/// `block`, or what operator new does without one.
+void* Require(void* block) {
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+
+}  // namespace
+
+long FailNewAfter(long n) { return newsUntilFailure.exchange(n, std::memory_order_relaxed); }
+
+}  // namespace rtguard
+
+void* operator new(std::size_t bytes) {
+    return rtguard::Require(rtguard::TakeFailure() ? nullptr : std::malloc(bytes > 0 ? bytes : 1));
+}
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+    const auto step = static_cast<std::size_t>(alignment);
+    const std::size_t rounded = (bytes + step - 1) / step * step;
+    return rtguard::Require(rtguard::TakeFailure() ? nullptr : std::aligned_alloc(step, rounded));
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
