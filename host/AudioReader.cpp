@@ -149,6 +149,10 @@ std::unique_ptr<AudioReader> AudioReader::Open(const std::string& path) {
         throw Error(ExitCode::kInput,
                     fmt::format("{} has {} channels", NameOf(path), info.channels),
                     fmt::format("1 to {} channels", kMaxChannels), "split it into several files");
+    if (info.samplerate < 1 || info.samplerate > kHighestRateHz)
+        throw Error(ExitCode::kInput,
+                    fmt::format("{} says that its rate is {} Hz", NameOf(path), info.samplerate),
+                    fmt::format("1 to {} Hz", kHighestRateHz));
     reader->info_.path = path;
     reader->info_.rateHz = info.samplerate;
     reader->info_.channels = info.channels;

@@ -13,6 +13,7 @@ struct sf_private_tag;  // a file of libsndfile
 namespace zuc::host {
 
 inline constexpr int kMaxChannels = 32;
+inline constexpr int kHighestRateHz = 768000;
 
 struct CloseSoundFile {
     void operator()(sf_private_tag* file) const;
@@ -28,8 +29,8 @@ class AudioReader final : public AudioSource {
 public:
     /// Opens `path`, or standard input for "-". [host]
     ///
-    /// Throws Error(kInput) for what is missing, unreadable, a folder, empty, not audio, or has more
-    /// than kMaxChannels channels; Error(kOutput) when a stream cannot be stored.
+    /// Throws Error(kInput) for what is missing, unreadable, a folder, empty, not audio, has more than
+    /// kMaxChannels channels or a rate above kHighestRateHz; Error(kOutput) when a stream cannot be stored.
     static std::unique_ptr<AudioReader> Open(const std::string& path);
     ~AudioReader() override;
 

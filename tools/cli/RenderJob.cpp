@@ -21,7 +21,6 @@ using host::ExitCode;
 
 constexpr int kMaximumBlockFrames = 1 << 20;
 constexpr int kLowestRateHz = 1000;
-constexpr int kHighestRateHz = 768000;
 
 /// "48000", "48 kHz" or "44.1k".
 int ParseRate(const std::string& text) {
@@ -35,9 +34,9 @@ int ParseRate(const std::string& text) {
         }
     const auto number = kracore::utility::StringToNumber(lower);
     const double rate = number ? std::round(*number * factor) : 0.0;
-    if (!(rate >= kLowestRateHz && rate <= kHighestRateHz))
+    if (!(rate >= kLowestRateHz && rate <= host::kHighestRateHz))
         throw Error(ExitCode::kUsage, "--rate cannot be '" + text + "'",
-                    fmt::format("{} … {} Hz", kLowestRateHz, kHighestRateHz),
+                    fmt::format("{} … {} Hz", kLowestRateHz, host::kHighestRateHz),
                     "for example --rate 44100 or 44.1kHz");
     return static_cast<int>(rate);
 }
