@@ -3,6 +3,7 @@
 #include <soxr.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "host/Error.h"
 
@@ -76,9 +77,12 @@ int Resampler::Drain(float* const* out, int outFrames) {
 }
 
 std::int64_t Resampler::GetOutputFrames(std::int64_t frames, int fromHz, int toHz) {
-    // Whole seconds apart, so that the product stays in range for every length.
-    const std::int64_t whole = frames / fromHz * toHz;
-    return whole + (frames % fromHz * toHz * 2 + fromHz) / (2 * std::int64_t{fromHz});
+    // Whole seconds apart, so that the product stays in range for every length that audio has.
+    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+    const std::int64_t seconds = frames / fromHz;
+    if (seconds >= kMost / toHz) return kMost;
+    if (seconds <= -kMost / toHz) return -kMost;
+    return seconds * toHz + (frames % fromHz * toHz * 2 + fromHz) / (2 * std::int64_t{fromHz});
 }
 
 }  // namespace zuc::host

@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <limits>
+
 #include "host/Resampler.h"
 #include "tests/host/AudioFileTools.h"
 
@@ -51,6 +53,10 @@ TEST(Resampler, KeepsLengthTimeAndQuality) {
     }
     EXPECT_EQ(Resampler::GetOutputFrames(std::int64_t{1} << 50, 44100, 88200),
               std::int64_t{1} << 51);
+    // Places beyond what audio has, of files that say anything, stay numbers of their sign.
+    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(Resampler::GetOutputFrames(kMost, 8000, 48000), kMost);
+    EXPECT_EQ(Resampler::GetOutputFrames(-kMost, 8000, 48000), -kMost);
 }
 
 }  // namespace
