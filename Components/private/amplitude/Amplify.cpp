@@ -142,7 +142,9 @@ void Amplify::EndEditing(int index) {
 Amplify::Settings Amplify::DeriveSettings() const {
     Settings settings;
     for (std::size_t c = 0; c < kMaxChannelCount; ++c) {
-        const float gainDb = Value(kFirstGain + static_cast<int>(c));
+        // Targets are kept as they were set; what sounds stays within the range.
+        const float gainDb =
+            std::clamp(Value(kFirstGain + static_cast<int>(c)), kGain.lo, kGain.hi);
         // Most gains stand still while one moves, and a power costs as much as ramping twenty frames.
         const bool isKnown = gainDb == target_.gainDb[c] && target_.gain[c] != 0.0f;
         settings.gainDb[c] = gainDb;
