@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <type_traits>
 #include <vector>
 
 #include <fmt/format.h>
@@ -22,6 +23,8 @@ namespace fs = std::filesystem;
 constexpr std::string_view kHeader = "zuc song 1\n";
 constexpr int kVersion = 2;
 constexpr std::uintmax_t kMostBytes = 256u << 20;
+constexpr double kMostSeconds = 1e6;
+constexpr double kShortestStepSeconds = 0.05;
 constexpr std::size_t kMostValues = 1u << 28;  // of one list; more is no song but a broken file
 
 /// Every field of an analysis in a fixed order, for writing and reading alike.
@@ -81,13 +84,35 @@ struct Reader {
     }
 };
 
-bool IsConsistent(const components::SongAnalysis& song) {
-    const std::size_t beats = song.beatTimes.size();
+/// Whether every number of an analysis is one.
+struct FiniteCheck {
+    bool isFinite = true;
+
+    template <class T>
+    void operator()(T value) {
+        if constexpr (std::is_floating_point_v<T>) isFinite = isFinite && std::isfinite(value);
+    }
+    template <class T>
+    void operator()(const std::vector<T>& list) {
+        for (const T value : list) (*this)(value);
+    }
+};
+
+/// Whether a search can work with the song: an analysis gives nothing else, a damaged file might.
+bool IsPlausible(const components::SongAnalysis& song) {
+    FiniteCheck check;
+    VisitFields(song, check);
+    const std::vector<double>& beats = song.beatTimes;
     for (const components::BeatRows* rows : {&song.timbre, &song.chroma})
-        if (rows->columns > kMostValues || rows->values.size() != rows->columns * beats)
+        if (rows->columns > kMostValues || rows->values.size() != rows->columns * beats.size())
             return false;
-    return std::is_sorted(song.beatTimes.begin(), song.beatTimes.end()) &&
-           std::isfinite(song.durationSeconds) && song.gridStepSeconds >= 0;
+    const auto isStep = [](double seconds) {
+        return seconds == 0 || (seconds >= kShortestStepSeconds && seconds <= kMostSeconds);
+    };
+    return check.isFinite && song.durationSeconds >= 0 && song.durationSeconds <= kMostSeconds &&
+           std::is_sorted(beats.begin(), beats.end()) &&
+           (beats.empty() || (beats.front() >= 0 && beats.back() <= song.durationSeconds)) &&
+           isStep(song.beatPeriodSeconds) && isStep(song.gridStepSeconds);
 }
 
 }  // namespace
@@ -134,7 +159,7 @@ std::optional<components::SongAnalysis> SongCache::Find(const std::string& key) 
     Reader reader{std::string_view(bytes).substr(kHeader.size())};
     components::SongAnalysis song;
     VisitFields(song, reader);
-    if (!reader.isGood || !reader.rest.empty() || !IsConsistent(song)) return {};
+    if (!reader.isGood || !reader.rest.empty() || !IsPlausible(song)) return {};
     std::error_code ignored;
     fs::last_write_time(GetPath(key), fs::file_time_type::clock::now(), ignored);
     return song;
