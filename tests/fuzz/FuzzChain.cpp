@@ -1,33 +1,19 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
+// Chains from JSON and from the command line: read or refused, never anything else; what was read is the same
+// after it was written and read again, effects that nobody knows included.
 
 #include "host/Chain.h"
 #include "host/EffectCatalogue.h"
-#include "host/Error.h"
+#include "tests/fuzz/Fuzz.h"
 
-/// Chains from JSON and from the command line: read or refused, never anything else; what was read is
-/// the same after it was written and read again, effects that nobody knows included.
-extern "C" int LLVMFuzzerTestOneInput(  // NOLINT(readability-identifier-naming): libFuzzer's name
-    const std::uint8_t* data,
-    std::size_t size) {
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
-    static const zuc::host::EffectCatalogue everything;
-    for (const auto* catalogue :
-         {static_cast<const zuc::host::EffectCatalogue*>(nullptr), &everything})
-        try {
-            const zuc::host::Chain chain = zuc::host::ParseChainJson(text, "fuzz", catalogue);
-            const std::string json = zuc::host::FormatChainJson(chain);
-            if (zuc::host::ParseChainJson(json, "fuzz", catalogue) != chain) std::abort();
-        } catch (const zuc::host::Error&) {
-        }
-    try {
-        const zuc::host::ChainStep step = zuc::host::ParseStepText(text);
-        const zuc::host::ChainStep again =
-            zuc::host::ParseStepText(zuc::host::FormatStepText(step));
-        if (again.effect != step.effect) std::abort();
-    } catch (const zuc::host::Error&) {
-    }
-    return 0;
+void zuc::fuzz::Run(std::string_view input) {
+    static const host::EffectCatalogue everything;
+    const host::EffectCatalogue* const catalogues[] = {nullptr, &everything};
+    for (const auto* catalogue : catalogues)
+        Try([&] {
+            const host::Chain chain = host::ParseChainJson(input, "fuzz", catalogue);
+            const std::string json = host::FormatChainJson(chain);
+            Require(host::ParseChainJson(json, "fuzz", catalogue) == chain);
+        });
+    const host::ChainStep step = host::ParseStepText(input);
+    Require(host::ParseStepText(host::FormatStepText(step)).effect == step.effect);
 }

@@ -1,13 +1,15 @@
+// Values, ranges and curves: a value in [0, 1] or an Error, and its text reads back as the same value; times rise.
+
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "Components/ParameterInfos.h"
-#include "host/Error.h"
+#include "host/Automation.h"
+#include "host/Text.h"
 #include "host/TimeRange.h"
 #include "host/Units.h"
+#include "tests/fuzz/Fuzz.h"
 
 namespace {
 
@@ -28,31 +30,34 @@ host::Parameter MakeParameter(const char16_t* label,
     return parameter;
 }
 
+void CheckCurve(const std::vector<zuc::host::CurvePoint>& points) {
+    double last = -1.0;
+    for (const auto& point : points) {
+        zuc::fuzz::Require(point.seconds > last && std::isfinite(point.seconds));
+        last = point.seconds;
+    }
+}
+
 }  // namespace
 
-/// Values and ranges: a value in [0, 1] or an Error, and its text reads back as the same value.
-extern "C" int LLVMFuzzerTestOneInput(  // NOLINT(readability-identifier-naming): libFuzzer's name
-    const std::uint8_t* data,
-    std::size_t size) {
+void zuc::fuzz::Run(std::string_view input) {
     static const host::Parameter kParameters[] = {
         MakeParameter(u"dB", AudioFilterParameterInfoUnit::kDecibel, -96.0f, 48.0f),
         MakeParameter(u"ms", AudioFilterParameterInfoUnit::kTime, 0.0f, 2000.0f),
         MakeParameter(u"Hz", AudioFilterParameterInfoUnit::kHertz, 20.0f, 24000.0f),
         MakeParameter(u"", AudioFilterParameterInfoUnit::kFactor, 0.0f, 1.0f)};
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
-    for (const host::Parameter& parameter : kParameters) {
-        try {
-            const float normalized = host::ParseValue(parameter, text, "fuzz");
-            if (!(normalized >= 0.0f && normalized <= 1.0f)) std::abort();
+    for (const host::Parameter& parameter : kParameters)
+        Try([&] {
+            const float normalized = host::ParseValue(parameter, input, "fuzz");
+            Require(normalized >= 0.0f && normalized <= 1.0f);
             const std::string shown = host::FormatValue(parameter, normalized);
-            if (host::ParseValue(parameter, shown, "fuzz") != normalized) std::abort();
-        } catch (const host::Error&) {
-        }
-    }
-    try {
-        const host::TimeRange range = host::ParseTimeRange(text);
-        if (!(range.beginSeconds >= 0.0 && range.beginSeconds < range.endSeconds)) std::abort();
-    } catch (const host::Error&) {
-    }
-    return 0;
+            Require(host::ParseValue(parameter, shown, "fuzz") == normalized);
+        });
+    // "@" would read any file of the machine.
+    Try([&] {
+        if (!host::Trim(input).starts_with('@')) CheckCurve(host::ParseCurvePoints(input));
+    });
+    Try([&] { CheckCurve(host::ParseCurveCsv(input, "fuzz")); });
+    const host::TimeRange range = host::ParseTimeRange(input);
+    Require(range.beginSeconds >= 0.0 && range.beginSeconds < range.endSeconds);
 }
