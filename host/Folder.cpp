@@ -9,6 +9,8 @@
 
 namespace zuc::host {
 
+namespace fs = std::filesystem;
+
 std::vector<std::string> ListFolder(const std::string& path, std::error_code& error) {
     struct Close {
         void operator()(DIR* folder) const { closedir(folder); }
@@ -27,6 +29,17 @@ std::vector<std::string> ListFolder(const std::string& path, std::error_code& er
     if (errno != 0) error.assign(errno, std::generic_category());
     std::sort(names.begin(), names.end());
     return names;
+}
+
+fs::path FollowLinks(fs::path path) {
+    constexpr int kMostLinks = 40;  // as the kernel follows
+    std::error_code error;
+    for (int i = 0; i < kMostLinks && fs::is_symlink(path, error); ++i) {
+        const fs::path next = fs::read_symlink(path, error);
+        if (error) break;
+        path = next.is_absolute() ? next : path.parent_path() / next;
+    }
+    return path;
 }
 
 }  // namespace zuc::host

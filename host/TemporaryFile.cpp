@@ -28,8 +28,7 @@ namespace fs = std::filesystem;
 constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
 constexpr std::int64_t kReserveBytes = std::int64_t{32} << 20;  // see Reserve
 constexpr std::size_t kLongestNameBytes =
-    180;                        // leaves room for the rest of a temporary's name in 255
-constexpr int kMostLinks = 40;  // as the kernel follows
+    180;  // leaves room for the rest of a temporary's name in 255
 constexpr std::string_view kMark = ".zuc-";
 constexpr std::string_view kSuffix = ".tmp";
 
@@ -98,17 +97,6 @@ int DescriptorNamed(const std::string& path) {
         if (result.ec == std::errc{} && result.ptr == end) return fd;
     }
     return -1;
-}
-
-/// The file that a chain of symbolic links leads to, whether it exists or not.
-fs::path FollowLinks(fs::path path) {
-    std::error_code error;
-    for (int i = 0; i < kMostLinks && fs::is_symlink(path, error); ++i) {
-        const fs::path next = fs::read_symlink(path, error);
-        if (error) break;
-        path = next.is_absolute() ? next : path.parent_path() / next;
-    }
-    return path;
 }
 
 fs::path FolderOf(const fs::path& file) {

@@ -54,6 +54,10 @@ TEST_F(CommandTest, TellsOfEffectsAndOfItself) {
     const Outcome doctor = RunZuc({"doctor", "--json"});
     EXPECT_EQ(doctor.exitCode, 0);
     EXPECT_EQ(json::parse(doctor.out)["ok"], true);
+    const auto sandbox = json::parse(doctor.out)["sandbox"];
+    EXPECT_EQ(sandbox["active"], sandbox["landlock"] > 0);
+    const Outcome open = RunZuc({"doctor", "--json", "--no-sandbox"});
+    EXPECT_EQ(json::parse(open.out)["sandbox"]["active"], false);
 
     const std::string junit = folder_ / "report.xml";
     const Outcome validation =

@@ -65,6 +65,7 @@ public:
     }
 
     const std::vector<std::string>& GetDeveloperSettings() const { return developerSettings_; }
+    bool IsConfined() const { return !noSandbox_; }
 
 private:
     Request ExplainMissingCommand() {
@@ -107,6 +108,8 @@ private:
     Command& AddCommand(CLI::App& parent, const char* name, const char* what, Options& options) {
         CLI::App* app = parent.add_subcommand(name, what);
         app->allow_extras();
+        app->add_flag("--no-sandbox", noSandbox_,
+                      "Do not confine the command to the files it names");
         commands_.push_back({app, [&options]() -> Request { return options; }, {}});
         return commands_.back();
     }
@@ -233,12 +236,7 @@ private:
     void AddPreset() {
         CLI::App* group = app_.add_subcommand("preset", "List, show and save presets");
         group->allow_extras();
-        group->footer(
-            "Examples:\n"
-            "  zuc preset list amplify\n"
-            "  zuc preset show amplify '+3dB Boost'\n"
-            "  zuc preset save amplify 'My Boost' gain=+4dB\n"
-            "Saved presets are used like those of the effect: -e 'amplify:preset=My Boost'");
+        group->footer(kPresetExamples);
         Command& list =
             AddCommand(*group, "list", "Show the presets of one or all effects", presetList_);
         list.app->add_option("EFFECT", presetList_.effect, "Whose; all without it");
@@ -355,14 +353,7 @@ private:
         command.app->add_option("--junit", o.junit, "Write a report for CI servers, JUnit XML");
         command.app->add_flag("--json", o.json, "For programs");
         command.app->add_flag("-v,--verbose", o.verbose, "Every check, and why one was left out");
-        command.app->footer(
-            "Levels: 1 parameters, presets, settings, layouts, sound; 3 blocks, latency, tail, "
-            "clicks and "
-            "more;\n5 hostile values and threads too; each further level draws twice as often,\n"
-            "10 has an hour of sound for each effect as well.\n"
-            "Real-time safety is checked when a guard is present:\n"
-            "  LD_PRELOAD=librtguard.so zuc validate\n"
-            "Exit code 6 when a promise is broken.");
+        command.app->footer(kValidateNotes);
     }
 
     void AddDoctor() {
@@ -379,12 +370,7 @@ private:
                                 "Its name and arguments; without any, lines of standard input");
         command.app->add_flag("--list", console_.list, "Show the commands and settings");
         AddDeveloperSettings(*command.app);
-        command.app->footer(
-            "Examples:\n"
-            "  zuc console --list\n"
-            "  zuc console 'SetTimeStretchPreviewQ 12'\n"
-            "What is set lasts as long as the command: 'zuc process --set NAME=VALUE' changes a "
-            "job.");
+        command.app->footer(kConsoleExamples);
     }
 
     void AddDemo() {
@@ -396,6 +382,7 @@ private:
 
     CLI::App app_;
     bool version_ = false;
+    bool noSandbox_ = false;
     std::deque<Command> commands_;  // AddCommand hands out references
     ListOptions list_;
     DescribeOptions describe_;
@@ -421,7 +408,7 @@ private:
 CommandLine ParseCommandLine(int argc, char** argv) {
     Parser parser;
     Request request = parser.Parse(argc, argv);
-    return {std::move(request), parser.GetDeveloperSettings()};
+    return {std::move(request), parser.GetDeveloperSettings(), parser.IsConfined()};
 }
 
 }  // namespace zuc::cli

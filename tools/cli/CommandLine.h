@@ -208,6 +208,7 @@ using Request = std::variant<HelpRequest,
 struct CommandLine {
     Request request;
     std::vector<std::string> developerSettings;  // "Remix.AvoidLoops=true"
+    bool isConfined = true;                      // without --no-sandbox
 };
 
 /// Throws host::Error (kUsage), or a host::ErrorList with all faults of the line.

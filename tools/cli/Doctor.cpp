@@ -13,6 +13,7 @@
 #include "host/ChainProcessor.h"
 #include "host/JsonReader.h"
 #include "host/RenderSource.h"
+#include "host/Sandbox.h"
 #include "host/SystemInfo.h"
 #include "host/TemporaryFile.h"
 #include "host/Text.h"
@@ -103,7 +104,14 @@ void PrintMonitors() {
     }
 }
 
+std::string Describe(const host::SandboxState& sandbox) {
+    if (sandbox.version == 0) return "none: this kernel has no Landlock";
+    return (sandbox.isActive ? "active, Landlock " : "off, Landlock ") +
+           std::to_string(sandbox.version);
+}
+
 void PrintJson(const std::vector<Check>& checks, bool isGood, bool withMonitors) {
+    const host::SandboxState sandbox = host::GetSandboxState();
     Json json = {{"schema", "zuc.doctor/1"},
                  {"version", ZUC_VERSION},
                  {"compiler", host::GetCompiler()},
@@ -113,6 +121,7 @@ void PrintJson(const std::vector<Check>& checks, bool isGood, bool withMonitors)
                  {"reads", host::GetReadableFormats()},
                  {"writes", host::ListWritableFormats()},
                  {"presetFolder", host::UserPresets::GetDefaultFolder()},
+                 {"sandbox", {{"active", sandbox.isActive}, {"landlock", sandbox.version}}},
                  {"checks", Json::array()}};
     for (const auto& [name, version] : GetLibraries()) json["libraries"][name] = version;
     for (const Check& check : checks)
@@ -130,7 +139,8 @@ void PrintText(const std::vector<Check>& checks, bool isGood) {
         {"processor", host::Join(host::GetProcessorFeatures())},
         {"reads", host::Join(host::GetReadableFormats())},
         {"writes", host::ListWritableFormats()},
-        {"presets", host::UserPresets::GetDefaultFolder()}};
+        {"presets", host::UserPresets::GetDefaultFolder()},
+        {"sandbox", Describe(host::GetSandboxState())}};
     for (const auto& [name, version] : GetLibraries()) rows.push_back({name, version});
     std::vector<std::vector<std::string>> results;
     results.reserve(checks.size());

@@ -118,4 +118,27 @@ inline constexpr const char* kPlayExamples =
     "  zuc play drums.wav --loop -e chorus -e parametric-equalizer\n"
     "  zuc play --list-devices";
 
+inline constexpr const char* kPresetExamples =
+    "Examples:\n"
+    "  zuc preset list amplify\n"
+    "  zuc preset show amplify '+3dB Boost'\n"
+    "  zuc preset save amplify 'My Boost' gain=+4dB\n"
+    "Saved presets are used like those of the effect: -e 'amplify:preset=My Boost'";
+
+inline constexpr const char* kValidateNotes =
+    "Levels: 1 parameters, presets, settings, layouts, sound; 3 blocks, latency, tail, "
+    "clicks and "
+    "more;\n5 hostile values and threads too; each further level draws twice as often,\n"
+    "10 has an hour of sound for each effect as well.\n"
+    "Real-time safety is checked when a guard is present:\n"
+    "  LD_PRELOAD=librtguard.so zuc validate\n"
+    "Exit code 6 when a promise is broken.";
+
+inline constexpr const char* kConsoleExamples =
+    "Examples:\n"
+    "  zuc console --list\n"
+    "  zuc console 'SetTimeStretchPreviewQ 12'\n"
+    "What is set lasts as long as the command: 'zuc process --set NAME=VALUE' changes a "
+    "job.";
+
 }  // namespace zuc::cli

@@ -8,6 +8,7 @@
 #include "Components/Library.h"
 #include "Console.h"
 #include "DeveloperSettings.h"
+#include "FileUse.h"
 #include "Signals.h"
 #include "host/Render.h"
 
@@ -42,8 +43,9 @@ template <class... Visitors>
 Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 int Run(int argc, char** argv) {
-    const auto [request, developerSettings] = cli::ParseCommandLine(argc, argv);
+    const auto [request, developerSettings, isConfined] = cli::ParseCommandLine(argc, argv);
     if (const auto* help = std::get_if<cli::HelpRequest>(&request)) return ShowHelp(*help);
+    if (isConfined) host::Confine(cli::FindFiles(request));
     cli::ApplyDeveloperSettings(developerSettings);
     const LibraryScope library;
     return std::visit(
