@@ -41,6 +41,12 @@ struct BeatRows {
 /// cosine 1, a row of zeros against another has 0. [any]
 ZUC_API std::vector<float> CosinesOfBeats(const BeatRows& rows);
 
+/// The same as Euclidean distances, 0 on the diagonal. [any]
+ZUC_API std::vector<float> DistancesOfBeats(const BeatRows& rows);
+
+/// The cosine of one pair of beats. [any]
+ZUC_API float CosineOfBeats(const BeatRows& rows, std::size_t i, std::size_t j);
+
 /// What is known of a song once it has been analysed.
 struct SongAnalysis {
     double durationSeconds = 0;

@@ -3,15 +3,20 @@
 #include <memory>
 #include <vector>
 
-#include "Components/Song.h"
+#include "Components/private/remix/BeatLevels.h"
 #include "Components/private/remix/SearchMatrices.h"
 
 namespace zuc::components {
 
-class Retarget;
+/// What a search is about, and the costs of its choices so far.
+struct SearchCosts {
+    TransitionMatrix& transition;  // beats x beats
+    PlacementMatrix& placement;    // beats x output positions
+    const SongAnalysis& song;
+    const std::vector<BeatLevel>& levels;  // of the song's beats
+};
 
-/// Adds its costs to those of the others; +infinity forbids. The matrices are beats x beats and beats x
-/// output positions. All are [worker].
+/// Adds its costs to those of the others; +infinity forbids. All are [worker].
 class Constraint {
 public:
     virtual ~Constraint() = default;
@@ -19,26 +24,22 @@ public:
     Constraint(const Constraint&) = delete;
     Constraint& operator=(const Constraint&) = delete;
 
-    virtual void Apply(TransitionMatrix& transition,
-                       PlacementMatrix& placement,
-                       const Retarget& retarget,
-                       const std::vector<double>& beatTimes,
-                       IAudioFramesGetter& frames) const = 0;
+    virtual void Apply(SearchCosts& costs) const = 0;
 };
 using ConstraintList = std::vector<std::shared_ptr<Constraint>>;
 
+/// (1 - cosine)^0.75: of the powers tried, this one keeps the music at the joins most alike while making
+/// few of them. [any]
+double CostOfCosine(float cosine);
+
 /// A beat may replace the natural successor of another as far as it sounds like it: the cost of i -> j
-/// is the dissimilarity of i + 1 and j, (1 - cosine)^0.75, of the chroma and timbre rows. Leaving the
+/// is the dissimilarity of i + 1 and j, CostOfCosine, of the chroma and timbre rows. Leaving the
 /// last beat or going to it is forbidden.
 class TimbrePitchConstraint final : public Constraint {
 public:
     TimbrePitchConstraint(float timbreWeight, float chromaWeight)
         : timbreWeight_(timbreWeight), chromaWeight_(chromaWeight) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     float timbreWeight_;
@@ -50,11 +51,7 @@ private:
 class EnergyConstraint final : public Constraint {
 public:
     explicit EnergyConstraint(float weight) : weight_(weight) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     float weight_;
@@ -64,22 +61,29 @@ private:
 /// eighth as loud as the median beat: quiet beats sound alike, and the search would pass time with them.
 class QuietEndsConstraint final : public Constraint {
 public:
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
+};
+
+/// A jump within the first `beats` of a remix that starts at beat `first`, or into the last ones before beat
+/// `last` at which it ends, costs extra: what is played for a moment only is heard as a slip. Negative beats
+/// stand for a free end.
+class LongEndsConstraint final : public Constraint {
+public:
+    LongEndsConstraint(int first, int last, int beats)
+        : first_(first), last_(last), beats_(beats) {}
+    void Apply(SearchCosts& costs) const override;
+
+private:
+    int first_;
+    int last_;
+    int beats_;
 };
 
 /// A jump back goes back at least `beats`; a beat never follows itself.
 class MinimumLoopConstraint final : public Constraint {
 public:
     explicit MinimumLoopConstraint(int beats) : beats_(beats) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     int beats_;
@@ -89,11 +93,7 @@ private:
 class StartAtBeatConstraint final : public Constraint {
 public:
     StartAtBeatConstraint(int beat, int slackBeats) : beat_(beat), slackBeats_(slackBeats) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     int beat_;
@@ -105,11 +105,7 @@ private:
 class EndAtBeatConstraint final : public Constraint {
 public:
     EndAtBeatConstraint(int beat, int slackBeats) : beat_(beat), slackBeats_(slackBeats) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     int beat_;
@@ -121,11 +117,7 @@ class SourceTimeRangeConstraint final : public Constraint {
 public:
     SourceTimeRangeConstraint(double startSeconds, double endSeconds)
         : startSeconds_(startSeconds), endSeconds_(endSeconds) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     double startSeconds_;
@@ -137,11 +129,7 @@ class PenalizeLongEditsConstraint final : public Constraint {
 public:
     PenalizeLongEditsConstraint(double weight, double exponent, int freeBeats)
         : weight_(weight), exponent_(exponent), freeBeats_(freeBeats) {}
-    void Apply(TransitionMatrix& transition,
-               PlacementMatrix& placement,
-               const Retarget& retarget,
-               const std::vector<double>& beatTimes,
-               IAudioFramesGetter& frames) const override;
+    void Apply(SearchCosts& costs) const override;
 
 private:
     double weight_;

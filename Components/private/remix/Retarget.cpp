@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Components/private/remix/SegmentSearch.h"
+#include "Components/private/remix/SmoothJoinConstraint.h"
 
 namespace zuc::components {
 namespace {
@@ -16,6 +17,7 @@ constexpr double kEditLengthFree = 0.9999999;
 constexpr double kLongEditWeight = 40;
 constexpr double kLongEditExponent = 2;
 constexpr int kLongEditFreeBeats = 16;
+constexpr int kLongEndBeats = 8;
 
 struct SourceRange {
     double start, end;
@@ -77,14 +79,16 @@ ConstraintList Retarget::BuildConstraints(const RetargetOptions& options) const 
     list.push_back(std::make_shared<EnergyConstraint>(static_cast<float>(options.energyWeight)));
     list.push_back(std::make_shared<QuietEndsConstraint>());
     list.push_back(std::make_shared<MinimumLoopConstraint>(options.minBeatLength));
-    if (options.startAtBeginning)
-        list.push_back(std::make_shared<StartAtBeatConstraint>(
-            FirstBeatNotBelow(song.beatTimes, range.start), 0));
+    int first = -1, last = -1;
+    if (options.startAtBeginning) {
+        first = FirstBeatNotBelow(song.beatTimes, range.start);
+        list.push_back(std::make_shared<StartAtBeatConstraint>(first, 0));
+    }
     if (options.endAtEnd) {
-        const int beat = std::max(FirstBeatNotBelow(song.beatTimes, range.end) - 1, 0);
+        last = std::max(FirstBeatNotBelow(song.beatTimes, range.end) - 1, 0);
         const double slack =
             song.beatPeriodSeconds > 0 ? options.maxSlack / song.beatPeriodSeconds : 0;
-        list.push_back(std::make_shared<EndAtBeatConstraint>(beat, static_cast<int>(slack)));
+        list.push_back(std::make_shared<EndAtBeatConstraint>(last, static_cast<int>(slack)));
     }
     list.push_back(std::make_shared<SourceTimeRangeConstraint>(range.start, range.end));
     if (options.editLength < kEditLengthFree) {
@@ -92,6 +96,9 @@ ConstraintList Retarget::BuildConstraints(const RetargetOptions& options) const 
         list.push_back(std::make_shared<PenalizeLongEditsConstraint>(
             preference * preference * kLongEditWeight, kLongEditExponent, kLongEditFreeBeats));
     }
+    list.push_back(std::make_shared<LongEndsConstraint>(first, last, kLongEndBeats));
+    list.push_back(std::make_shared<SmoothJoinConstraint>(
+        static_cast<float>(options.timbreWeight), static_cast<float>(options.chromaWeight)));
     return list;
 }
 
@@ -107,7 +114,6 @@ std::size_t Retarget::GetPositionCount(double targetSeconds) const {
 }
 
 std::vector<RetargetRange> Retarget::MakeRanges(const std::vector<std::size_t>& path,
-                                                const TransitionMatrix& transition,
                                                 const RetargetOptions& options) const {
     const SongAnalysis& song = song_->GetAnalysis();
     const std::vector<double>& times = song.beatTimes;
@@ -121,7 +127,9 @@ std::vector<RetargetRange> Retarget::MakeRanges(const std::vector<std::size_t>& 
         current.end = next < times.size() ? times[next] : song.durationSeconds;
         ranges.push_back(current);
         current.start = times[path[t + 1]];
-        current.joinCost = transition.Row(path[t])[path[t + 1]];
+        current.joinCost =
+            options.timbreWeight * CostOfCosine(CosineOfBeats(song.timbre, next, path[t + 1])) +
+            options.chromaWeight * CostOfCosine(CosineOfBeats(song.chroma, next, path[t + 1]));
     }
     current.end = options.endAtEnd ? source.end : times[path.back()];
     ranges.push_back(current);
@@ -138,15 +146,17 @@ RetargetResult Retarget::Search(double targetSeconds,
     if (song.beatTimes.size() < 2 || !(song.gridStepSeconds > 0)) return RetargetResult::kNoBeats;
     TransitionMatrix transition(song.beatTimes.size());
     PlacementMatrix placement(song.beatTimes.size(), GetPositionCount(targetSeconds));
+    const std::vector<BeatLevel> levels = ReadBeatLevels(song.beatTimes, frames);
+    SearchCosts costs{transition, placement, song, levels};
     for (const auto& constraint : constraints) {
         if (progress && !progress(0)) return RetargetResult::kCancelled;
-        constraint->Apply(transition, placement, *this, song.beatTimes, frames);
+        constraint->Apply(costs);
     }
     if (!AreCosts(transition, placement)) return RetargetResult::kBadCosts;
     const BeatPath path = FindCheapestPath(transition, placement, options.avoidLoops, progress);
     if (path.isCancelled) return RetargetResult::kCancelled;
     if (path.cost == kInfinity) return RetargetResult::kInfeasible;
-    ranges = MakeRanges(path.beats, transition, options);
+    ranges = MakeRanges(path.beats, options);
     return RetargetResult::kDone;
 } catch (const std::bad_alloc&) {
     return RetargetResult::kOutOfMemory;

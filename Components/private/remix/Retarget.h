@@ -29,7 +29,7 @@ struct RetargetRange {
     double start = 0;
     double end = 0;
     double crossfade = 0;  // leads into this range
-    double joinCost = 0;   // of jumping to this range
+    double joinCost = 0;   // of jumping to this range: how unlike its two sides are
 };
 
 /// Finds the ranges of a song that, played one after the other, last as long as wanted: one source beat
@@ -59,7 +59,6 @@ public:
 
 private:
     std::vector<RetargetRange> MakeRanges(const std::vector<std::size_t>& path,
-                                          const TransitionMatrix& transition,
                                           const RetargetOptions& options) const;
 
     std::shared_ptr<const Song> song_;

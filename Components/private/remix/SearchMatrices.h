@@ -31,6 +31,8 @@ public:
     std::size_t GetPositionCount() const { return positions_; }
 
     void AddToRow(std::size_t i, double cost) { rowCosts_[i] += cost; }
+    /// The part of beat i's cost that is the same at every position.
+    double GetRowCost(std::size_t i) const { return rowCosts_[i]; }
     void Add(std::size_t i, std::size_t t, double cost) {
         auto& column = columnCosts_[t];
         column.resize(rowCosts_.size(), 0.0);

@@ -49,8 +49,9 @@ struct Matrices {
         : transition(beats), placement(beats, positions) {
         const auto song = MakeSong(beats, [](int i) { return i % 5; });
         TestFrames frames;
-        constraint.Apply(transition, placement, Retarget(song), song->GetAnalysis().beatTimes,
-                         frames);
+        const auto levels = ReadBeatLevels(song->GetAnalysis().beatTimes, frames);
+        SearchCosts costs{transition, placement, song->GetAnalysis(), levels};
+        constraint.Apply(costs);
     }
     TransitionMatrix transition;
     PlacementMatrix placement;
@@ -78,6 +79,12 @@ TEST(Constraints, AddTheirFormulaToTheTransitions) {
          [&](int i, int j) { return shifted(i, j, 5 * std::abs(energy(i + 1) - energy(j))); }},
         {"quiet ends", std::make_shared<QuietEndsConstraint>(),
          [](int i, int j) { return j != i + 1 && (i < 3 || j < 3) ? kInfinity : 0; }},
+        {"long ends", std::make_shared<LongEndsConstraint>(4, 30, 8),
+         [](int i, int j) {
+             const bool isShort = (i >= 4 && i < 12) || (j > 22 && j <= 30);
+             return j != i + 1 && isShort ? 3 : 0;
+         }},
+        {"free ends", std::make_shared<LongEndsConstraint>(-1, -1, 8), [](int, int) { return 0; }},
         {"minimum loop", std::make_shared<MinimumLoopConstraint>(8),
          [](int i, int j) { return j >= i - 7 && j <= i ? kInfinity : 0; }},
         {"minimum loop of one beat", std::make_shared<MinimumLoopConstraint>(1),
@@ -152,7 +159,18 @@ TEST(CosinesOfBeats, CompareRowsTogetherWithTheirNeighbours) {
                                                      : 0.0f);
             }
     const auto actual = CosinesOfBeats(song), reference = CosinesOfBeats(stacked);
-    for (std::size_t k = 0; k < actual.size(); ++k) ASSERT_NEAR(actual[k], reference[k], 2e-6) << k;
+    const auto distances = DistancesOfBeats(song);
+    for (std::size_t k = 0; k < actual.size(); ++k) {
+        const std::size_t i = k / kBeats, j = k % kBeats;
+        ASSERT_NEAR(actual[k], reference[k], 2e-6) << k;
+        ASSERT_NEAR(CosineOfBeats(song, i, j), reference[k], 2e-6) << k;
+        double square = 0;
+        for (std::size_t c = 0; c < stacked.columns; ++c)
+            square += std::pow(
+                stacked.values[i * stacked.columns + c] - stacked.values[j * stacked.columns + c],
+                2);
+        ASSERT_NEAR(distances[k], std::sqrt(square), 5e-3) << k;
+    }
 }
 
 struct Remix {
@@ -235,8 +253,9 @@ TEST(Retarget, FindsTheBestOfAllPathsOfATinySong) {
         PlacementMatrix placement(5, retarget.GetPositionCount(0));
         ASSERT_EQ(placement.GetPositionCount(), 7u);
         TestFrames frames;
-        for (const auto& constraint : retarget.BuildConstraints(options))
-            constraint->Apply(transition, placement, retarget, analysis.beatTimes, frames);
+        const auto levels = ReadBeatLevels(analysis.beatTimes, frames);
+        SearchCosts costs{transition, placement, analysis, levels};
+        for (const auto& constraint : retarget.BuildConstraints(options)) constraint->Apply(costs);
         double best = kInfinity;
         for (int code = 0; code < 78125; ++code) {
             double cost = 0;
