@@ -115,8 +115,8 @@ public:
 
     /// What the last search answered, kDone before the first. [any, may block]
     RetargetResult GetSearchResult() const;
-    /// What the search paid for each join, in order; empty without a search. 0 is two beats that sound the
-    /// same; 1 per weight is two that have nothing in common. [any, may block]
+    /// How unlike the two sides of each join of the last search are, in order; empty without a search. 0 is
+    /// two beats that sound the same; 1 per weight is two that have nothing in common. [any, may block]
     std::vector<double> GetJoinCosts() const;
     /// Closed while a run plays its results, open at all other times.
     const kracore::threads::Gate& GetRenderGate() const { return rendered_; }
