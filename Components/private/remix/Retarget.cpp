@@ -18,6 +18,9 @@ constexpr double kLongEditWeight = 40;
 constexpr double kLongEditExponent = 2;
 constexpr int kLongEditFreeBeats = 16;
 constexpr int kLongEndBeats = 8;
+constexpr int kShortestRangeBeats = 4;
+constexpr int kMostSearches = 8;
+constexpr double kSlipCost = 1;
 
 struct SourceRange {
     double start, end;
@@ -44,6 +47,25 @@ bool AreCosts(const TransitionMatrix& transition, const PlacementMatrix& placeme
         if (!std::all_of(column.begin(), column.end(), IsCost)) return false;
     }
     return true;
+}
+
+/// Makes the dearer of two jumps with fewer than `leastBeats` between them dearer still; false when a path
+/// has no such.
+bool PunishSlip(const std::vector<std::size_t>& path,
+                std::size_t leastBeats,
+                TransitionMatrix& transition) {
+    std::size_t last = path.size();  // where the path jumped last
+    for (std::size_t t = 0; t + 1 < path.size(); ++t) {
+        if (path[t + 1] == path[t] + 1) continue;
+        if (last < t && t - last < leastBeats) {
+            double& first = transition.Row(path[last])[path[last + 1]];
+            double& second = transition.Row(path[t])[path[t + 1]];
+            (first > second ? first : second) += kSlipCost;
+            return true;
+        }
+        last = t;
+    }
+    return false;
 }
 
 }  // namespace
@@ -153,7 +175,12 @@ RetargetResult Retarget::Search(double targetSeconds,
         constraint->Apply(costs);
     }
     if (!AreCosts(transition, placement)) return RetargetResult::kBadCosts;
-    const BeatPath path = FindCheapestPath(transition, placement, options.avoidLoops, progress);
+    BeatPath path = FindCheapestPath(transition, placement, options.avoidLoops, progress);
+    const auto leastBeats =
+        static_cast<std::size_t>(std::clamp(options.minBeatLength, 1, kShortestRangeBeats));
+    for (int k = 1; k < kMostSearches && PunishSlip(path.beats, leastBeats, transition); ++k)
+        path = FindCheapestPath(transition, placement, options.avoidLoops,
+                                [&](double) { return !progress || progress(1); });
     if (path.isCancelled) return RetargetResult::kCancelled;
     if (path.cost == kInfinity) return RetargetResult::kInfeasible;
     ranges = MakeRanges(path.beats, options);

@@ -45,7 +45,9 @@ public:
 
     /// Puts the ranges for `targetSeconds` into `ranges`, which stay as they were on failure. With
     /// endAtEnd, a slack of less than two beats is infeasible: the last beat of a song cannot be jumped
-    /// to, and playing ends one beat before it. [worker]
+    /// to, and playing ends one beat before it. Where less than four beats (or the shortest loop) are played
+    /// between two jumps, the dearer one pays 1 more and the search is made again, at most seven times.
+    /// [worker]
     RetargetResult Search(double targetSeconds,
                           const ConstraintList& constraints,
                           const RetargetOptions& options,

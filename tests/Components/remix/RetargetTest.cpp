@@ -15,17 +15,22 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kPeriod = 0.5;
 
-/// A signal whose level changes from beat to beat.
+/// A signal whose level changes from beat to beat, or is the same throughout.
 class TestFrames final : public IAudioFramesGetter {
 public:
+    explicit TestFrames(bool isEven = false) : isEven_(isEven) {}
     std::vector<double> GetFrames(std::int64_t first, std::int64_t last) override {
         std::vector<double> frames;
         for (std::int64_t i = first; i < std::min<std::int64_t>(last, GetFrameCount()); ++i)
-            frames.push_back((i % 2 == 0 ? 0.01 : -0.01) * static_cast<double>(i / 50));
+            frames.push_back((i % 2 == 0 ? 0.01 : -0.01) *
+                             (isEven_ ? 10.0 : static_cast<double>(i / 50)));
         return frames;
     }
     int GetSampleRate() const override { return 100; }
     std::int64_t GetFrameCount() const override { return 100000; }
+
+private:
+    bool isEven_;
 };
 
 /// `beats` beats at 120 to the minute, in the pattern that `sound` gives (a one-hot row each).
@@ -235,6 +240,37 @@ TEST(Retarget, MakesRangesThatLastAsLongAsWanted) {
     const Remix itself(MakeSong(20, [](int i) { return i; }), 10, ends);
     ASSERT_EQ(itself.ranges.size(), 1u);
     EXPECT_EQ(itself.Duration(), 10);
+}
+
+TEST(Retarget, LeavesNoSlipsBetweenTwoJumps) {
+    // All beats differ, but two jumps are free with two beats between them; one jump that costs a little
+    // leads to the same length.
+    auto analysis = MakeSong(100, [](int) { return 0; })->GetAnalysis();
+    for (BeatRows* rows : {&analysis.timbre, &analysis.chroma}) {
+        *rows = {100, std::vector<float>(100 * 100, 0.0f), 0.0f};
+        for (std::size_t i = 0; i < 100; ++i) rows->values[i * 101] = 1.0f;
+        rows->values[40 * 100 + 21] = rows->values[70 * 100 + 42] = 10.0f;
+        rows->values[78 * 100 + 31] = 3.0f;
+    }
+    const Retarget retarget(std::make_shared<Song>(analysis));
+    RetargetOptions options;
+    options.startAtBeginning = options.endAtEnd = true;
+    options.maxSlack = 2;
+    struct Row {
+        int minBeatLength;
+        std::vector<double> starts;  // beats
+    };
+    for (const Row& row : {Row{8, {0, 78}}, Row{2, {0, 40, 70}}}) {
+        options.minBeatLength = row.minBeatLength;
+        TestFrames frames(true);
+        std::vector<RetargetRange> ranges;
+        ASSERT_EQ(retarget.Search(26, retarget.BuildConstraints(options), options, ranges,
+                                  nullptr, frames),
+                  RetargetResult::kDone);
+        std::vector<double> starts;
+        for (const RetargetRange& range : ranges) starts.push_back(range.start / kPeriod);
+        EXPECT_EQ(starts, row.starts) << row.minBeatLength;
+    }
 }
 
 TEST(Retarget, FindsTheBestOfAllPathsOfATinySong) {
