@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Checks that the shared library exports what public headers mark ZUC_API, all of it and nothing else.
 
-Usage: exports.py ROOT LIBRARY. What the standard library and Boost make visible themselves is weak and no
+Usage: exports.py ROOT LIBRARY. It first looks whether it sees a symbol planted in a library of its own. What the standard library and Boost make visible themselves is weak and no
 concern of ours. Exit status 1 when there is a symbol too many or too few.
 """
 import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 
 PUBLIC = ["Components", "kraaudiofilterhost", "kramediatypes", "kracore", "ZuCore"]
 FOREIGN = ["std", "boost"]
@@ -42,10 +43,8 @@ def scopes(symbol):
     return name.split("-in-")[-1].split("::")  # "construction vtable for A-in-B"
 
 
-def main(root, library):
-    marked = marked_names(pathlib.Path(root))
+def find_faults(marked, symbols):
     seen, wrong = set(), []
-    symbols = exported_symbols(library)
     for kind, symbol in symbols:
         parts = scopes(symbol)
         if parts[0] in FOREIGN and kind in "WVu":
@@ -54,8 +53,24 @@ def main(root, library):
         seen |= owners
         if not owners:
             wrong.append(f"exported without ZUC_API: {symbol}")
-    wrong += [f"marked ZUC_API in {header} and not exported: {name}"
-              for name, header in marked.items() if name not in seen]
+    return wrong + [f"marked ZUC_API in {header} and not exported: {name}"
+                    for name, header in marked.items() if name not in seen]
+
+
+def sees_planted_symbol(marked):
+    with tempfile.TemporaryDirectory() as folder:
+        library = f"{folder}/planted.so"
+        subprocess.run(["c++", "-x", "c++", "-", "-shared", "-fPIC", "-o", library], text=True, check=True,
+                       input="namespace zuc { struct Planted { void Sound(); }; void Planted::Sound() {} }")
+        return "exported without ZUC_API: zuc::Planted::Sound()" in find_faults(marked, exported_symbols(library))
+
+
+def main(root, library):
+    marked = marked_names(pathlib.Path(root))
+    symbols = exported_symbols(library)
+    wrong = find_faults(marked, symbols)
+    if not sees_planted_symbol(marked):
+        wrong.append("exports.py does not see a symbol that was planted")
     print(*wrong, f"{len(symbols)} symbols of {len(marked)} marked names, {len(wrong)} wrong", sep="\n")
     return 1 if wrong or not symbols else 0
 

@@ -39,15 +39,16 @@ struct Writing {
 };
 
 class FaultTest : public testing::Test {
+public:
+    ~FaultTest() override { ::unsetenv("XDG_CACHE_HOME"); }  // NOLINT(concurrency-mt-unsafe)
+
 protected:
     FaultTest() {
         WriteNoise(in_, 200'000);
         host::WriteSong(song_, 12.0);
         fs::create_directories(out_);
-        ::setenv("XDG_CACHE_HOME", cache_.c_str(),
-                 1);  // NOLINT(concurrency-mt-unsafe): no threads yet
+        ::setenv("XDG_CACHE_HOME", cache_.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
     }
-    ~FaultTest() override { ::unsetenv("XDG_CACHE_HOME"); }  // NOLINT(concurrency-mt-unsafe)
 
     Outcome Run(const Writing& row, const std::function<void(int)>& whileRunning = {}) const {
         return RunZuc(row.arguments, "", config_, whileRunning);

@@ -58,20 +58,24 @@ bool Succeeds(const Action& action) {
 void FailEachAllocation(const std::string& name, const Action& action) {
     SCOPED_TRACE(name);
     action();  // what is made once and kept
-    long refused = 0;
-    for (long n = 1;; n = Next(n)) {
+    int runs = 0;
+    int refused = 0;
+    for (long n = 1;; n = Next(n), ++runs) {
         rtguard::FailNewAfter(n);
         refused += Succeeds(action) ? 0 : 1;
         if (rtguard::FailNewAfter(0) > 0) break;  // there were fewer
     }
     EXPECT_GT(refused, 0);
+    testing::Test::RecordProperty(name, runs);
     EXPECT_TRUE(Succeeds(action));
 }
 
 class AllocationFaultTest : public testing::Test {
+public:
+    ~AllocationFaultTest() override { Terminate(); }
+
 protected:
     AllocationFaultTest() { Initialize(); }
-    ~AllocationFaultTest() override { Terminate(); }
     void SetUp() override {
         if (!rtguard::CanFailNew()) GTEST_SKIP() << "no allocation fails in this build";
     }

@@ -62,6 +62,9 @@ int TryConnect() {
 }
 
 class SandboxTest : public testing::Test {
+public:
+    ~SandboxTest() override { unsetenv("TMPDIR"); }  // NOLINT(concurrency-mt-unsafe)
+
 protected:
     SandboxTest() {
         for (const char* folder : {"in", "out", "other", "temporary", "links"})
@@ -75,8 +78,6 @@ protected:
         files_.folders = {root_ / "made/below"};
         fs::create_directory(root_ / "made");
     }
-    ~SandboxTest() override { unsetenv("TMPDIR"); }  // NOLINT(concurrency-mt-unsafe)
-
     TestFolder root_;
     FileAccess files_;
 };
