@@ -3,6 +3,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "Commands.h"
 #include "Components/Library.h"
@@ -88,6 +89,12 @@ int main(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
         // Said without asking for memory again.
         std::fputs("zuc: out of memory\n", stderr);
+        return static_cast<int>(host::ExitCode::kProcessing);
+    } catch (const std::system_error& error) {
+        const bool isThread = error.code() == std::errc::resource_unavailable_try_again;
+        cli::SayError(host::Error(
+            host::ExitCode::kProcessing, isThread ? "cannot start a thread" : error.what(), "",
+            isThread ? "there is too little memory, or too many threads run" : ""));
         return static_cast<int>(host::ExitCode::kProcessing);
     } catch (const std::exception& error) {
         cli::SayError(host::Error(host::ExitCode::kProcessing, error.what()));
