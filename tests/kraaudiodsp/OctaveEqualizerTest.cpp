@@ -149,8 +149,8 @@ TEST(OctaveEqualizer, RespondsAsItSays) {
         const double cycles = i / 10000.0;
         std::complex<double> sum;
         for (std::size_t k = 0; k < response.size(); ++k)
-            sum += std::polar<double>(response[k],
-                                      -2.0 * std::numbers::pi * cycles * static_cast<double>(k));
+            sum += static_cast<double>(response[k]) *
+                   std::polar(1.0, -2.0 * std::numbers::pi * cycles * static_cast<double>(k));
         ASSERT_NEAR(std::abs(sum - OctaveEqualizer::GetResponse(kUneven, cycles)), 0.0, 1e-6)
             << cycles;
         peak = std::max(peak, std::abs(sum));

@@ -283,6 +283,39 @@ int GuardedVprintf(const char* format, va_list arguments) asm("vprintf");
 int GuardedVprintf(const char* format, va_list arguments) {
     return Forward<"vprintf", int>(Kind::kIo, format, arguments);
 }
+
+// ---- What fortified code calls instead (_FORTIFY_SOURCE); reported under the plain names. ----
+ssize_t __read_chk(int file, void* target, std::size_t bytes, std::size_t) {
+    return Forward<"read", ssize_t>(Kind::kIo, file, target, bytes);
+}
+std::size_t __fread_chk(
+    void* target, std::size_t, std::size_t bytes, std::size_t count, FILE* file) {
+    return Forward<"fread", std::size_t>(Kind::kIo, target, bytes, count, file);
+}
+int __poll_chk(pollfd* files, nfds_t count, int timeout, std::size_t) {
+    return Forward<"poll", int>(Kind::kWait, files, count, timeout);
+}
+int __vfprintf_chk(FILE* file, int, const char* format, va_list arguments) {
+    return Forward<"vfprintf", int>(Kind::kIo, file, format, arguments);
+}
+int __vprintf_chk(int, const char* format, va_list arguments) {
+    return Forward<"vprintf", int>(Kind::kIo, format, arguments);
+}
+int __fprintf_chk(FILE* file, int flag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int printed = __vfprintf_chk(file, flag, format, arguments);
+    va_end(arguments);
+    return printed;
+}
+int __printf_chk(int flag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int printed = __vfprintf_chk(stdout, flag, format, arguments);
+    va_end(arguments);
+    return printed;
+}
+
 void* dlopen(const char* path, int flags) noexcept {
     return Forward<"dlopen", void*>(Kind::kIo, path, flags);
 }
