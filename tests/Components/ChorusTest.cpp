@@ -92,6 +92,18 @@ TEST(Chorus, SwingsThePitchByTheDepthAtAnyRate) {
     }
 }
 
+/// At a low rate the shortest delay ends within the first stretch of control points.
+TEST(Chorus, VoicesAreThereFromTheFirstFrameAfterResume) {
+    Player player(1, 8000.0f);
+    SetVibrato(player, 0.0f, 1.0f);
+    player.Set(Chorus::kDelay, 1);
+    player->Resume();
+    Signal impulses = MakeImpulse(1, 1280);
+    impulses[0][640] = 1.0f;
+    const Signal out = player.Play(impulses);
+    for (std::size_t i = 0; i < 64; ++i) EXPECT_NEAR(out[0][i], out[0][640 + i], 1e-3f) << i;
+}
+
 /// A tone through one voice is the tone at the delayed times: what differs is spurious.
 TEST(Chorus, VoicesAreFreeOfNoise) {
     const struct {

@@ -258,6 +258,7 @@ TEST(KeyframeContainer, PropertyListsKeepEveryBit) {
     kracore::proplist::PropList again;
     loaded->Save(again);
     EXPECT_EQ(again, list);
+    EXPECT_EQ(Read(*loaded), Read(*curve));
     EXPECT_TRUE(loaded->AreSplinesEnabled());
 
     using Damage = void (*)(kracore::proplist::PropList&, kracore::proplist::PropList&);

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <nlohmann/json.hpp>
 
 #include "RunZuc.h"
+#include "tests/host/AudioFileTools.h"
 #include "tests/host/RemixSong.h"
 
 namespace zuc::test {
@@ -100,6 +103,24 @@ TEST_F(RemixCommandTest, MakesEverythingFromOneAnalysis) {
         RunZuc({"plot", "remix", in_, folder_ / "plan-1m00s.json", "-o", folder_ / "p.svg"});
     EXPECT_EQ(drawn.exitCode, 0) << drawn.err;
     EXPECT_THAT(ReadBytes(folder_ / "p.svg"), HasSubstr("<svg"));
+}
+
+TEST_F(RemixCommandTest, CuePointsMoveWithTheMusic) {
+    const std::string song = folder_ / "cued.wav";
+    host::AudioMetadata metadata;
+    metadata.cues = {{4800, "first"}, {48000, "cut"}, {96000, "twice"}};
+    WriteAudio(host::MakeOptions(song, 1, host::SampleFormat::kInt16),
+               {std::vector<float>(4 * 48000, 0.25f)}, metadata);
+    std::ofstream(plan_) << R"({"schema": "zuc.remix/1", "segments": [
+        {"offset": "3/2", "duration": 1}, {"offset": 0, "duration": 0.5}, {"offset": 2, "duration": 1}]})";
+    const Outcome outcome = RunZuc({"remix", song, out_, "--no-cache", "--plan", plan_});
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    const auto reader = host::AudioReader::Open(out_);
+    std::vector<std::pair<std::int64_t, std::string>> cues;
+    for (const host::CuePoint& cue : reader->GetMetadata().cues)
+        cues.emplace_back(cue.frame, cue.name);
+    EXPECT_THAT(cues, testing::ElementsAre(std::pair{24000, "twice"}, std::pair{52800, "first"},
+                                           std::pair{72000, "twice"}));
 }
 
 }  // namespace

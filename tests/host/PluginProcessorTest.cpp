@@ -170,6 +170,26 @@ TEST_F(PluginProcessorTest, SoundsLikeTheEffectWhateverTheBlocksAndBuffers) {
     }
 }
 
+/// A host sends what changed only, and the side chain's effect is another one.
+TEST_F(PluginProcessorTest, SwitchingTheSideChainOnKeepsTheControls) {
+    const Delivery run{"", {100, 1999}, Buffers::kInPlace};
+    for (const PluginInfo& info : DescribeAll()) {
+        if (info.sideChannels == 0) continue;
+        SCOPED_TRACE(info.effect.slug + ' ' + std::string(info.format.name));
+        const Signal in = MakeNoise(info.format.channels, 1);
+        Signal side = MakeNoise(info.sideChannels, 2);
+        const Values values = DrawValues(info, 3);
+        PluginProcessor processor(info, kRateHz);
+        processor.Start();
+        SetControls(processor, values);
+        processor.SetSideChainUsed(true);
+        SetControls(processor, values);
+        EXPECT_EQ(DescribeDifference(Render(processor, run, in, &side),
+                                     RenderEffect(info, values, in, &side)),
+                  "");
+    }
+}
+
 TEST_F(PluginProcessorTest, PutsOutTheInputInTimeWhenSwitchedOff) {
     const Delivery run{"", {100, 1999}, Buffers::kInPlace};
     for (const PluginInfo& info : DescribeAll()) {

@@ -4,8 +4,11 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <limits>
+#include <utility>
 
 #include "host/BeatAnalysis.h"
 
@@ -63,6 +66,58 @@ TEST(SongCache, GivesBackWhatWasStoredAndNothingBroken) {
     }
     std::ofstream(file, std::ios::binary | std::ios::trunc) << bytes + "x";
     EXPECT_FALSE(cache.Find("key"));
+}
+
+TEST(SongCache, WhatNoAnalysisGivesIsNotFound) {
+    const Folder folder;
+    const SongCache cache(folder.path.string());
+    using Song = components::SongAnalysis;
+    constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+    const struct {
+        const char* name;
+        void (*change)(Song& song);
+    } rows[] = {
+        {"duration", [](Song& song) { song.durationSeconds = kNaN; }},
+        {"endless", [](Song& song) { song.durationSeconds = 1e9; }},
+        {"beat before the start", [](Song& song) { song.beatTimes[0] = -1; }},
+        {"beat behind the end", [](Song& song) { song.beatTimes[2] = 3; }},
+        {"beats out of order", [](Song& song) { std::swap(song.beatTimes[0], song.beatTimes[1]); }},
+        {"no period", [](Song& song) { song.beatPeriodSeconds = 1e-300; }},
+        {"no step", [](Song& song) { song.gridStepSeconds = -0.5; }},
+        {"a feature",
+         [](Song& song) { song.chroma.values[1] = std::numeric_limits<float>::infinity(); }},
+        {"a row too few", [](Song& song) { song.timbre.values.resize(4); }},
+    };
+    for (const auto& row : rows) {
+        Song song = ExampleSong();
+        row.change(song);
+        cache.Store("key", song);
+        EXPECT_FALSE(cache.Find("key")) << row.name;
+    }
+    cache.Store("key", ExampleSong());
+    EXPECT_TRUE(cache.Find("key"));
+}
+
+TEST(SongCache, KeepsTheSongsUsedLast) {
+    const Folder folder;
+    const SongCache cache(folder.path.string());
+    const auto write = [&](const char* name, std::uintmax_t bytes, int hoursAgo) {
+        folder.Write(name, "");
+        fs::resize_file(folder.path / name, bytes);  // takes no room on the disk
+        fs::last_write_time(folder.path / name,
+                            fs::file_time_type::clock::now() - std::chrono::hours(hoursAgo));
+    };
+    write("oldest.song", 100u << 20, 3);
+    write("older.song", 100u << 20, 2);
+    write("recent.song", 100u << 20, 1);
+    write("notes.txt", 300u << 20, 9);
+    cache.Store("key", ExampleSong());
+    EXPECT_TRUE(cache.Find("key"));
+    for (const auto& [name, isKept] : {std::pair{"oldest.song", false},
+                                       {"older.song", true},
+                                       {"recent.song", true},
+                                       {"notes.txt", true}})
+        EXPECT_EQ(fs::exists(folder.path / name), isKept) << name;
 }
 
 TEST(SongCache, KeysFollowTheContentOnly) {

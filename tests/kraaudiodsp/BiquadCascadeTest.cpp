@@ -93,5 +93,16 @@ TEST(BiquadCascade, RampsAlikeInAnyBlocksAndEndsAtTheTarget) {
     for (std::size_t i = 3900; i < 4000; ++i) EXPECT_NEAR(expected[i], plain[i], 2e-5f) << i;
 }
 
+TEST(BiquadCascade, EachFrameOfARampIsAStepFurtherAndTheLastIsTheTarget) {
+    BiquadCascade cascade;
+    const auto play = [&](double gain, int rampFrames, std::size_t frames) {
+        cascade.SetSections(std::array{Biquad{gain, 0.0, 0.0, 0.0, 0.0}}, rampFrames);
+        return Play(cascade, std::vector<float>(frames, 1.0f), 2);
+    };
+    play(2.0, 0, 1);
+    EXPECT_EQ(play(10.0, 8, 3), (std::vector<float>{3, 4, 5}));
+    EXPECT_EQ(play(1.0, 4, 6), (std::vector<float>{4, 3, 2, 1, 1, 1})) << "from where it was";
+}
+
 }  // namespace
 }  // namespace dsp

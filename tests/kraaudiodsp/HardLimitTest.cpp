@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "LimiterSignals.h"
+#include "kraaudiodsp/PeakGain.h"
 #include "kraaudiodsp/Units.h"
 
 namespace dsp {
@@ -162,6 +163,24 @@ TEST(HardLimit, LinksByDegreesAndTakesChangesWithoutOvers) {
                 ASSERT_LE(std::fabs(channel[i]), settings.ceiling) << k << ", frame " << i;
     }
     EXPECT_EQ(limiter.GetClampedCount(), 0u);
+}
+
+/// With a release that holds nothing back, only the look-ahead can keep a peak until its sample comes.
+TEST(PeakGain, LowersEachSampleByWhatItNeeds) {
+    for (const int lookAhead : {2, 3, 5, 48, 241}) {
+        PeakGain gain;
+        gain.Prepare(kMaxLookAhead, test::kLimiterRateHz);
+        gain.Reset(lookAhead);
+        gain.SetRelease(0.0, false);
+        std::vector<float> needed(2000, 0.0f);
+        for (std::size_t i = 10; i < needed.size(); i += 7 * i / 5)
+            needed[i] = 1.0f + static_cast<float>(i % 9);
+        std::vector<float> lowered = needed;
+        gain.Process(lowered.data(), lowered.size());
+        for (std::size_t i = 0, n = static_cast<std::size_t>(lookAhead); n < lowered.size();
+             ++i, ++n)
+            ASSERT_GE(lowered[n], needed[i]) << "frame " << i << ", look-ahead " << lookAhead;
+    }
 }
 
 }  // namespace
