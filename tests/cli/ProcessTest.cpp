@@ -102,7 +102,7 @@ std::size_t FindDrop(const std::string& path) {
 }
 
 TEST_F(ProcessTest, CurvesKeepTheirTimeInTheFile) {
-    Write("in.wav", Constant(0.25f, 4 * 48000));
+    Write("in.wav", Constant(0.25f, 192000));
     const struct {
         std::vector<std::string> arguments;
         double dropFrame;

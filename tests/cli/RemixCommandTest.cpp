@@ -110,7 +110,7 @@ TEST_F(RemixCommandTest, CuePointsMoveWithTheMusic) {
     host::AudioMetadata metadata;
     metadata.cues = {{4800, "first"}, {48000, "cut"}, {96000, "twice"}};
     WriteAudio(host::MakeOptions(song, 1, host::SampleFormat::kInt16),
-               {std::vector<float>(4 * 48000, 0.25f)}, metadata);
+               {std::vector<float>(192000, 0.25f)}, metadata);
     std::ofstream(plan_) << R"({"schema": "zuc.remix/1", "segments": [
         {"offset": "3/2", "duration": 1}, {"offset": 0, "duration": 0.5}, {"offset": 2, "duration": 1}]})";
     const Outcome outcome = RunZuc({"remix", song, out_, "--no-cache", "--plan", plan_});

@@ -12,7 +12,7 @@ namespace zuc::fuzz {
 namespace {
 
 constexpr int kRateHz = 1000;
-constexpr std::int64_t kSourceFrames = 20 * kRateHz;
+constexpr std::int64_t kSourceFrames = std::int64_t{20} * kRateHz;
 constexpr double kMostSeconds = 60.0;
 constexpr std::size_t kMostSegments = 50;
 
