@@ -27,7 +27,10 @@
 #include <xmmintrin.h>
 #endif
 
-extern char** environ;
+#include "tests/rtguard/RealTimeGuard.h"
+
+// Every test has a process with one thread.
+// NOLINTBEGIN(concurrency-mt-unsafe)
 
 namespace zuc {
 namespace {
@@ -128,6 +131,8 @@ TEST(Loading, ChangesNothingOfTheProcess) {
     EXPECT_THAT(Compare(before), IsEmpty()) << "after starting";
     call("_ZN3zuc9TerminateEv");
     EXPECT_THAT(Compare(before), IsEmpty()) << "after ending";
+    // A sanitizer would report what the library keeps to the end of the process on purpose.
+    if (!rtguard::IsActive()) return;
     EXPECT_EQ(dlclose(library), 0);
     EXPECT_THAT(Compare(before), IsEmpty()) << "after unloading";
 }
@@ -163,3 +168,5 @@ TEST(Loading, EveryChangeIsSeen) {
 
 }  // namespace
 }  // namespace zuc
+
+// NOLINTEND(concurrency-mt-unsafe)

@@ -37,7 +37,25 @@ void* operator new(std::size_t bytes, std::align_val_t alignment) {
     const std::size_t rounded = (bytes + step - 1) / step * step;
     return rtguard::Require(rtguard::TakeFailure() ? nullptr : std::aligned_alloc(step, rounded));
 }
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    return rtguard::TakeFailure() ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
+}
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+
+// A sanitizer's own would not go together with those above.
+void* operator new[](std::size_t bytes) { return operator new(bytes); }
+void* operator new[](std::size_t bytes, std::align_val_t alignment) {
+    return operator new(bytes, alignment);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t& nothrow) noexcept {
+    return operator new(bytes, nothrow);
+}
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
