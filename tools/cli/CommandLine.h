@@ -8,6 +8,7 @@ namespace zuc::cli {
 
 // What a person typed, one struct per command. Values are texts still: each command reads its own, so
 // that all faults of a command line come together.
+// What names a file stands in FileUse.cpp too; the sandbox keeps all others shut.
 
 struct ListOptions {
     bool json = false;
