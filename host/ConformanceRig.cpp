@@ -111,10 +111,30 @@ Signal Rig::Render(const Signal& input, int blockFrames, bool inPlace) {
 }
 
 Signal Rig::Render(const Signal& input, const std::function<int()>& nextBlockFrames, bool inPlace) {
-    const std::size_t frames = input.front().size();
-    Signal source = MakeSilence(GetInputChannels(), frames);
+    Signal source = MakeInput(input);
+    Signal target = MakeOutput(input.front().size());
+    Process(source, target, nextBlockFrames, inPlace);
+    if (inPlace)
+        for (std::size_t c = 0; c < std::min(source.size(), target.size()); ++c)
+            target[c] = source[c];
+    return target;
+}
+
+Signal Rig::MakeInput(const Signal& input) const {
+    Signal source(GetInputChannels());
     for (std::size_t c = 0; c < source.size(); ++c) source[c] = input[c % input.size()];
-    Signal target = MakeSilence(GetOutputChannels(), frames);
+    return source;
+}
+
+Signal Rig::MakeOutput(std::size_t frames) const {
+    return MakeSilence(GetOutputChannels(), frames);
+}
+
+void Rig::Process(Signal& source,
+                  Signal& target,
+                  const std::function<int()>& nextBlockFrames,
+                  bool inPlace) {
+    const std::size_t frames = target.front().size();
     std::vector<float*> in(source.size());
     std::vector<float*> out(target.size());
     kraaudiofilterhost::Flags flags;
@@ -129,10 +149,6 @@ Signal Rig::Render(const Signal& input, const std::function<int()>& nextBlockFra
         if (!finding.empty()) processFinding_ = finding;
         done += static_cast<std::size_t>(count);
     }
-    if (inPlace)
-        for (std::size_t c = 0; c < std::min(source.size(), target.size()); ++c)
-            target[c] = source[c];
-    return target;
 }
 
 std::vector<int> Rig::GetSoundParameters() const {

@@ -61,6 +61,15 @@ public:
                   const std::function<int()>& nextBlockFrames,
                   bool inPlace = false);
 
+    /// Buffers for Process: all inputs filled from a signal, and all outputs.
+    Signal MakeInput(const Signal& input) const;
+    Signal MakeOutput(std::size_t frames) const;
+    /// What Render does, without memory of its own for the sound.
+    void Process(Signal& source,
+                 Signal& target,
+                 const std::function<int()>& nextBlockFrames,
+                 bool inPlace = false);
+
     /// Parameters that shape the sound: their indices.
     std::vector<int> GetSoundParameters() const;
     /// What the last call that the probe objected to did; empty while there is none.

@@ -202,13 +202,14 @@ long GetResidentKiB() {
 }  // namespace
 
 void CheckHour(Run& run) {
-    const Signal programme = MakeProgramme(run);
     Rig rig = MakePresetRig(run);
+    Signal programme = rig.MakeInput(MakeProgramme(run));
+    Signal out = rig.MakeOutput(kMinuteFrames);
     Minute early;
     Minute late;
     long earlyKiB = 0;
     for (int minute = 0; minute < run.Options().hourMinutes; ++minute) {
-        const Signal out = rig.Render(programme, 512);
+        rig.Process(programme, out, [] { return 512; });
         late = Measure(out);
         if (!IsFinite(out)) {
             run.Expect(false, fmt::format("output that is not finite in minute {}", minute + 1));

@@ -201,15 +201,17 @@ TEST_F(FaultTest, AFullFileSystemKeepsTheOldFile) {
 /// Takes root's rights from this process and those it starts, where it has them.
 class PlainUser {
 public:
-    PlainUser() : before_(::geteuid()) {
-        if (before_ == 0) std::ignore = ::seteuid(65534);
+    PlainUser() : isRoot_(::geteuid() == 0) {
+        if (isRoot_) std::ignore = ::setresuid(65534, 65534, 0);
     }
-    ~PlainUser() { std::ignore = ::seteuid(before_); }
+    ~PlainUser() {
+        if (isRoot_) std::ignore = ::setresuid(0, 0, 0);
+    }
     PlainUser(const PlainUser&) = delete;
     PlainUser& operator=(const PlainUser&) = delete;
 
 private:
-    uid_t before_;
+    bool isRoot_;
 };
 
 TEST_F(FaultTest, AReadOnlyFolderIsAnError) {

@@ -29,16 +29,20 @@ long FailNewAfter(long n) { return newsUntilFailure.exchange(n, std::memory_orde
 
 }  // namespace rtguard
 
-void* operator new(std::size_t bytes) {
-    return rtguard::Require(rtguard::TakeFailure() ? nullptr : std::malloc(bytes > 0 ? bytes : 1));
-}
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    const auto step = static_cast<std::size_t>(alignment);
-    const std::size_t rounded = (bytes + step - 1) / step * step;
-    return rtguard::Require(rtguard::TakeFailure() ? nullptr : std::aligned_alloc(step, rounded));
-}
+// All forms that share a delete: a sanitizer brings those that are missing, and takes the pairs as wrong.
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
     return rtguard::TakeFailure() ? nullptr : std::malloc(bytes > 0 ? bytes : 1);
+}
+void* operator new(std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    const auto step = static_cast<std::size_t>(alignment);
+    const std::size_t rounded = (bytes + step - 1) / step * step;
+    return rtguard::TakeFailure() ? nullptr : std::aligned_alloc(step, rounded);
+}
+void* operator new(std::size_t bytes) {
+    return rtguard::Require(operator new(bytes, std::nothrow));
+}
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+    return rtguard::Require(operator new(bytes, alignment, std::nothrow));
 }
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
