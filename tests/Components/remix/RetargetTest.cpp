@@ -264,8 +264,8 @@ TEST(Retarget, LeavesNoSlipsBetweenTwoJumps) {
         options.minBeatLength = row.minBeatLength;
         TestFrames frames(true);
         std::vector<RetargetRange> ranges;
-        ASSERT_EQ(retarget.Search(26, retarget.BuildConstraints(options), options, ranges,
-                                  nullptr, frames),
+        ASSERT_EQ(retarget.Search(26, retarget.BuildConstraints(options), options, ranges, nullptr,
+                                  frames),
                   RetargetResult::kDone);
         std::vector<double> starts;
         for (const RetargetRange& range : ranges) starts.push_back(range.start / kPeriod);
