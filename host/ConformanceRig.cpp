@@ -64,12 +64,16 @@ float GetPeak(const Signal& signal, std::size_t firstFrame) {
 }
 
 std::string DescribeDifference(const Signal& got, const Signal& expected) {
-    for (std::size_t c = 0; c < expected.size(); ++c)
+    for (std::size_t c = 0; c < expected.size(); ++c) {
+        if (got[c].size() != expected[c].size())
+            return fmt::format("channel {} has {} frames instead of {}", c, got[c].size(),
+                               expected[c].size());
         for (std::size_t i = 0; i < expected[c].size(); ++i)
             if (std::bit_cast<std::uint32_t>(got[c][i]) !=
                 std::bit_cast<std::uint32_t>(expected[c][i]))
                 return fmt::format("channel {}, frame {}: {} instead of {}", c, i, got[c][i],
                                    expected[c][i]);
+    }
     return {};
 }
 

@@ -25,7 +25,8 @@ Signal MakeImpulse(std::size_t channels, std::size_t frames);
 
 bool IsFinite(const Signal& signal);
 float GetPeak(const Signal& signal, std::size_t firstFrame = 0);
-/// "channel 1, frame 37: 0.5 instead of 0.25", or empty when both are the same bit for bit.
+/// "channel 1, frame 37: 0.5 instead of 0.25", "channel 0 has 5 frames instead of 6", or empty when both are
+/// the same bit for bit.
 std::string DescribeDifference(const Signal& got, const Signal& expected);
 
 /// One effect as a host holds it: created, prepared, resumed, and fed from signals. The selection is
