@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "Components/ParameterInfos.h"
 #include "TestEffects.h"
 #include "host/EffectCatalogue.h"
 #include "host/Error.h"
@@ -109,6 +110,78 @@ TEST(Names, ParametersAreFoundBySlugNameAndStem) {
     }
     for (const char* name : {"gain.7", "gian", "", "."})
         EXPECT_THROW(FindParameters(parameters, name, "amplify"), Error) << name;
+}
+
+/// Descriptions as effects of others may have them.
+class Described final : public kraaudiofilterhost::AudioFilter {
+public:
+    Described() : AudioFilter(u"test.Described", u"Described") {}
+    int GetParameterCount() const override { return 5; }
+    kraaudiofilterhost::AudioFilterParameterInfoPtr GetParameterInfo(int index) const override {
+        using kraaudiofilterhost::AudioFilterParameterInfo;
+        using Unit = kraaudiofilterhost::AudioFilterParameterInfoUnit;
+        switch (index) {
+            case 0:
+                return new components::KeyParameterInfo(u"Key", u"", Unit::kGeneric, 0, 0, 11, true,
+                                                        false, 0, 0);
+            case 1:
+                return new components::ScaleParameterInfo(u"Scale", u"", Unit::kGeneric, 1, 0, 2,
+                                                          true, false, 0, 0);
+            case 2:
+                return new components::EnumParameterInfo(u"Way", u"",
+                                                         {{0, u"\u2192"}, {1, u"Back"}}, true);
+            case 3: {
+                auto* const link = new AudioFilterParameterInfo(u"Tie Both", u"", Unit::kGeneric);
+                link->SetRole(kraaudiofilterhost::AudioFilterParameterRole::kLink);
+                return link;
+            }
+            default:
+                return nullptr;
+        }
+    }
+};
+
+TEST(Names, ChoicesOfAnyDescriptionAreNamed) {
+    const AudioFilterPtr filter(new Described);
+    const auto parameters = GetParameters(*filter);
+    const struct {
+        const char* name;
+        std::size_t choices;
+        const char* last;
+    } rows[] = {
+        {"key", 12, "d#"}, {"scale", 3, "chromatic"}, {"way", 2, "back"}, {"tie-both", 2, "on"}};
+    ASSERT_EQ(parameters.size(), std::size(rows)) << "one has no description";
+    for (const auto& row : rows) {
+        const Parameter& found = *FindParameters(parameters, row.name, "described").front();
+        std::set<std::string> slugs;
+        for (const ParameterEntry& entry : found.entries) slugs.insert(entry.slug);
+        EXPECT_EQ(slugs.size(), row.choices) << row.name;
+        EXPECT_EQ(slugs.count(""), 0u) << row.name;
+        EXPECT_EQ(found.entries.back().slug, row.last);
+        EXPECT_EQ(found.entries.back().normalized, 1.0f) << row.name;
+    }
+}
+
+TEST(Names, UnknownParametersAreExplained) {
+    const EffectCatalogue catalogue;
+    const struct {
+        const char* effect;
+        const char* name;
+        const char* allowed;
+        const char* hint;
+    } rows[] = {{"amplify", "gian", "preset, ", "did you mean 'gain'?"},
+                {"amplify", "xyzzy", "gain.2", ""},
+                {"parametric-equalizer", "xyzzy", "'zuc describe parametric-equalizer'", ""}};
+    for (const auto& row : rows) {
+        const auto filter = CreateForFormat(catalogue.Find(row.effect), 48000.0f, 2, 64);
+        try {
+            FindParameters(GetParameters(*filter), row.name, row.effect);
+            ADD_FAILURE() << row.name;
+        } catch (const Error& error) {
+            EXPECT_THAT(error.GetAllowed(), testing::HasSubstr(row.allowed));
+            EXPECT_EQ(error.GetHint(), row.hint);
+        }
+    }
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "host/OfflineSession.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 #include <thread>
@@ -99,6 +101,55 @@ TEST_F(OfflineSessionTest, HandsOnWhatTheSourceThrew) {
         } catch (const Error& error) {
             EXPECT_EQ(error.GetMessage(), "the disc is broken");
         }
+    }
+}
+
+TEST_F(OfflineSessionTest, SaysWhatWentWrong) {
+    std::minstd_rand random(3);
+    CountingSource source;
+    const auto find = [&](const AudioFilterPtr& filter) {
+        try {
+            OfflineSession session(filter, source, kFrames);
+            int frames = 0;
+            CountWrong(session, random, frames);
+        } catch (const Error& error) {
+            return std::string(error.what());
+        }
+        return std::string("nothing");
+    };
+    EXPECT_THAT(find(Make("way", 2.0f)),
+                testing::HasSubstr("gave up after 0 frames\n  hint: gave up"));
+    EXPECT_THAT(find(CreateForFormat(catalogue_.Find("test-delay"), 48000.0f, 2, 512)),
+                testing::HasSubstr("does not work on whole files"));
+    // Two at once with one effect: the first goes on.
+    const auto filter = Make("analysis", 100.0f);
+    OfflineSession first(filter, source, kFrames);
+    EXPECT_THAT(find(filter), testing::HasSubstr("did not start"));
+    int frames = 0;
+    EXPECT_EQ(CountWrong(first, random, frames), 0);
+    EXPECT_EQ(frames, kFrames);
+}
+
+TEST_F(OfflineSessionTest, AsASourceTellsItsProgress) {
+    for (const float way : {0.0f, 1.0f}) {
+        const auto filter = Make("analysis", 200.0f);
+        filter->SetParameter(0, way / 2.0f);
+        std::vector<double> seen;
+        OfflineSource source(filter, std::make_unique<CountingSource>(),
+                             {nullptr, [&](double progress) { seen.push_back(progress); }});
+        EXPECT_EQ(source.GetInfo().frames, way > 0.0f ? -1 : kFrames);
+        std::vector<float> left(3 * kFrames);
+        std::vector<float> right(3 * kFrames);
+        float* const at[] = {left.data(), right.data()};
+        EXPECT_EQ(source.Read(at, 3 * kFrames), way > 0.0f ? 2 * kFrames : kFrames);
+        EXPECT_EQ(right[kFrames - 1], 0.0f);
+        EXPECT_EQ(source.Read(at, 1), 0) << "at the end";
+        EXPECT_THROW(source.Seek(0), Error);
+        ASSERT_GT(seen.size(), 2u);
+        EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+        EXPECT_GE(seen.front(), 0.0);
+        EXPECT_GT(seen.back(), 0.1);
+        EXPECT_LE(seen.back(), 0.5) << "the analysis is half of the work";
     }
 }
 

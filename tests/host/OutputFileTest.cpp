@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -28,15 +29,21 @@ ExitCode CodeOf(const Action& action) {
     return ExitCode::kDone;
 }
 
-/// What `action` answers in a process of its own.
-template <typename Action>
-int RunInChild(const Action& action) {
-    const pid_t child = fork();
-    if (child == 0) _exit(action());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
+/// While it lives no file of this process grows beyond so many bytes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit before_{};
+};
 
 TEST(OutputFile, AppearsWholeOrNotAtAll) {
     const TestFolder folder;
@@ -70,15 +77,14 @@ TEST(OutputFile, KeepsTheOldFileWhenTheDiskIsFull) {
         SCOPED_TRACE(name);
         const std::string path = folder / name;
         WriteBytes(path, "old");
-        const int code = RunInChild([&, block = blockFrames] {
-            const rlimit limit{200'000, 200'000};
-            setrlimit(RLIMIT_FSIZE, &limit);
-            return static_cast<int>(CodeOf([&] {
-                WriteAudio(MakeOptions(path, 2, SampleFormat::kLikeSource),
-                           MakeNoise(2, 1 << 20, 16), {}, block);
-            }));
-        });
-        EXPECT_EQ(code, static_cast<int>(ExitCode::kOutput));
+        {
+            const FileSizeLimit limit(200'000);
+            EXPECT_EQ(CodeOf([&, block = blockFrames] {
+                          WriteAudio(MakeOptions(path, 2, SampleFormat::kLikeSource),
+                                     MakeNoise(2, 1 << 20, 16), {}, block);
+                      }),
+                      ExitCode::kOutput);
+        }
         EXPECT_EQ(ReadBytes(path), "old");
         EXPECT_THAT(folder.List(), ElementsAre(name));
         std::filesystem::remove(path);
@@ -114,10 +120,22 @@ TEST(OutputFile, RemovesTemporariesOfTheDead) {
     const std::string alive = fmt::format(".a.wav.zuc-{}-00000001.tmp", getppid());
     WriteBytes(folder / fmt::format(".a.wav.zuc-{}-0123abcd.tmp", dead), "left");
     WriteBytes(folder / alive, "in use");
-    WriteBytes(folder / fmt::format("a.zuc-{}-1.tmp", dead), "not hidden, not ours");
+    // What looks like it but is not, and one that another machine writes.
+    const std::string locked = fmt::format(".b.wav.zuc-{}-0123abcd.tmp", dead);
+    const std::vector<std::string> others{fmt::format("a.zuc-{}-1.tmp", dead),
+                                          fmt::format(".a.zuc-{}-1", dead),
+                                          fmt::format(".a.zuc-{}x1.tmp", dead),
+                                          ".a.zuc--1.tmp",
+                                          ".a.zuc-0-1.tmp",
+                                          ".a.tmp",
+                                          locked};
+    for (const std::string& name : others) WriteBytes(folder / name, "not ours");
+    const FileDescriptor lock(open((folder / locked).c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(lock.Get(), LOCK_EX | LOCK_NB), 0);
     WriteFileAtomically(folder / "b.wav", "new");
-    EXPECT_THAT(folder.List(),
-                testing::UnorderedElementsAre(alive, fmt::format("a.zuc-{}-1.tmp", dead), "b.wav"));
+    std::vector<std::string> expected = others;
+    expected.insert(expected.end(), {alive, "b.wav"});
+    EXPECT_THAT(folder.List(), testing::UnorderedElementsAreArray(expected));
 }
 
 TEST(OutputFile, KeepsPermissionsAndLinks) {
@@ -145,6 +163,42 @@ TEST(OutputFile, KeepsPermissionsAndLinks) {
     }
     EXPECT_EQ(CodeOf([&] { WriteFileAtomically(folder / "none/a", "x"); }), ExitCode::kOutput);
     EXPECT_EQ(CodeOf([&] { WriteFileAtomically(folder / "sub", "x"); }), ExitCode::kOutput);
+}
+
+TEST(OutputFile, SaysWhyItCannotWriteAndWhatToDo) {
+    const TestFolder folder;
+    int pipe[2];
+    ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+    close(pipe[0]);
+    const struct {
+        std::string path;
+        const char* message;
+        const char* hint;
+    } rows[] = {
+        {"", "has no name", ""},
+        {folder / "", "it is a folder", ""},
+        {folder / "none/a", "there is no folder", "make the folder first"},
+        {"/dev/fd/987654", "Bad file descriptor", ""},
+        {"/proc/self/fd/1x", "cannot write '/proc/self/fd/1x'", ""},
+        {"/dev/full", "No space left", "free some space"},
+        {fmt::format("/dev/fd/{}", pipe[1]), "Broken pipe", "ended early"},
+        {folder / "long", "File too large", "limit"},
+    };
+    for (const auto& row : rows) {
+        const FileSizeLimit limit(100);
+        try {
+            WriteFileAtomically(row.path, std::string(101, 'x'));
+            ADD_FAILURE() << row.path;
+        } catch (const Error& error) {
+            EXPECT_THAT(error.GetMessage(), testing::HasSubstr(row.message));
+            EXPECT_THAT(error.GetHint(), testing::HasSubstr(row.hint));
+        }
+    }
+    EXPECT_THAT(folder.List(), ElementsAre());
+    OutputFile file(fmt::format("/dev/fd/{}", pipe[1]));
+    EXPECT_EQ(CodeOf([&] { file.WriteAt(0, "x", 1); }), ExitCode::kOutput) << "has no way back";
+    EXPECT_EQ(CodeOf([&] { file.Commit(); }), ExitCode::kOutput) << "after an error";
+    close(pipe[1]);
 }
 
 /// A pipe, read to its end in the background.

@@ -268,11 +268,54 @@ TEST_F(RemixTest, WritesTheSongItselfAndAlignedStems) {
     plan.segments.RemapTime(Ratio(1), heard);
     EXPECT_EQ(AudioReader::Open(output.path)->GetMetadata().cues.size(), heard.size());
 
-    WriteSong(folder_ / "stems/short.wav", 10);
-    EXPECT_THAT(WhatOf([&] { WriteStems(plan, folder_ / "stems", folder_ / "out", nullptr); }),
-                HasSubstr("short.wav: segments["));
-    EXPECT_THAT(WhatOf([&] { WriteStems(plan, folder_ / "stems", folder_ / "stems", nullptr); }),
-                HasSubstr("replace the stems"));
+    std::atomic<int> interrupted{2};
+    output.interrupted = &interrupted;
+    output.path = folder_ / "stopped.wav";
+    EXPECT_THROW(WriteRemix(plan, source, output), Interrupted);
+    EXPECT_FALSE(std::filesystem::exists(output.path));
+}
+
+TEST_F(RemixTest, LooksAtAllStemsBeforeItWritesOne) {
+    RemixPlan plan = MakePlan();
+    plan.sourceRateHz = kSongRateHz;
+    plan.sourceFrames = 50 * kSongRateHz;
+    const struct {
+        const char* name;  // of a file among the stems; empty: there is none
+        std::function<void(const std::string&)> make;
+        const char* output;
+        const char* message;
+    } rows[] = {
+        {"", [](const std::string&) {}, "out", "there are no files"},
+        {".hidden.wav", [](const std::string& path) { WriteSong(path, 50); }, "out",
+         "there are no files"},
+        {"short.wav", [](const std::string& path) { WriteSong(path, 10); }, "out",
+         "short.wav: segments["},
+        {"fast.wav",
+         [](const std::string& path) {
+             WriteAudio(MakeOptions(path, 2, SampleFormat::kInt16), MakeNoise(2, 100, 16));
+         },
+         "out", "fast.wav: the sample rate is 48000 Hz"},
+        {"notes.txt", [](const std::string& path) { WriteBytes(path, "quiet"); }, "out",
+         "not an audio file"},
+        {"good.wav", [](const std::string& path) { WriteSong(path, 50); }, "stems",
+         "replace the stems"},
+        {"good.wav", [](const std::string& path) { WriteSong(path, 50); }, "song.wav",
+         "cannot be made"},
+    };
+    for (const auto& row : rows) {
+        std::filesystem::remove_all(folder_ / "stems");
+        EXPECT_THAT(WhatOf([&] { WriteStems(plan, folder_ / "stems", folder_ / "out", nullptr); }),
+                    HasSubstr("No such file"));
+        std::filesystem::create_directory(folder_ / "stems");
+        if (*row.name != 0) row.make(folder_ / "stems/" + row.name);
+        EXPECT_THAT(
+            WhatOf([&] { WriteStems(plan, folder_ / "stems", folder_ / row.output, nullptr); }),
+            HasSubstr(row.message));
+        EXPECT_FALSE(std::filesystem::exists(folder_ / "out")) << row.message;
+    }
+    std::filesystem::rename(folder_ / "stems/good.wav", folder_ / "stems/good.caf");
+    EXPECT_THAT(WriteStems(plan, folder_ / "stems", folder_ / "out", nullptr),
+                testing::ElementsAre(folder_ / "out/good.wav"));
 }
 
 TEST_F(RemixTest, DrawsAndReportsWithoutANetwork) {

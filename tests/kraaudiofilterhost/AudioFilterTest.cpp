@@ -163,6 +163,16 @@ TEST_F(AudioFilterTest, ProcessesThroughChannelMaps) {
     filter_->SetChannelMap(ChannelMapDirection::kOutput, {1, -1}, 4);
     filter_->ProcessWithMapping(pointers.data(), pointers.data(), 3, {}, flags);
     EXPECT_EQ(buffers[1], (std::vector<float>{0, 0, 0})) << "an input that nothing feeds is silent";
+
+    // A channel that the host does not have, and a map that is too short, count as none.
+    filter_->SetChannelMap(ChannelMapDirection::kInput, {4, 3}, 4);
+    filter_->SetChannelMap(ChannelMapDirection::kOutput, {0}, 4);
+    std::vector<std::vector<float>> apart(4, std::vector<float>(3, 9.0f));
+    std::vector<float*> targets;
+    for (auto& buffer : apart) targets.push_back(buffer.data());
+    filter_->ProcessWithMapping(pointers.data(), targets.data(), 3, {}, flags);
+    EXPECT_EQ(apart[0], (std::vector<float>{0, 0, 0}));
+    for (std::size_t c = 1; c < 4; ++c) EXPECT_EQ(apart[c], buffers[c]) << c;
 }
 
 TEST_F(AudioFilterTest, DescribesItself) {
@@ -174,6 +184,77 @@ TEST_F(AudioFilterTest, DescribesItself) {
     filter_->SetSampleRate(-1.0f);
     filter_->SetSampleRate(std::numeric_limits<float>::infinity());
     EXPECT_EQ(filter_->GetSampleRate(), -1.0f) << "a rate that is none is ignored";
+}
+
+/// A filter with nothing of its own, two inputs and three outputs.
+class Plain final : public AudioFilter {
+public:
+    explicit Plain(bool hasChunk = false)
+        : AudioFilter(u"test.Plain", u"Plain"), hasChunk_(hasChunk) {
+        AddInputBus(AudioFilterBusDescription::CreateStereo(u"In", 0));
+        AddOutputBus(AudioFilterBusDescription::CreateStereo(u"Out", 0));
+        AddOutputBus(AudioFilterBusDescription(u"Third", kramediatypes::MonoLayout(), 1));
+    }
+    bool DoPresetsUseChunkData() const override { return hasChunk_; }
+
+private:
+    bool hasChunk_;
+};
+
+TEST(AudioFilterDefaults, PassTheInputAndSilenceTheRest) {
+    const AudioFilterPtr filter(new Plain);
+    for (const bool inPlace : {false, true}) {
+        std::vector<std::vector<float>> in{{1, 2}, {3, 4}};
+        std::vector<std::vector<float>> out(3, {9, 9});
+        float* inputs[] = {in[0].data(), in[1].data()};
+        float* outputs[] = {inPlace ? in[0].data() : out[0].data(), out[1].data(), out[2].data()};
+        Flags flags;
+        filter->SetUseChannelMaps(true);  // without a map there is nothing to use
+        filter->ProcessWithMapping(inputs, outputs, 2, {}, flags);
+        EXPECT_EQ(std::vector<float>(outputs[0], outputs[0] + 2), (std::vector<float>{1, 2}));
+        EXPECT_EQ(out[1], (std::vector<float>{3, 4}));
+        EXPECT_EQ(out[2], (std::vector<float>{0, 0}));
+    }
+}
+
+TEST(AudioFilterDefaults, AnswerWithoutHostParametersPresetsOrCatalogue) {
+    const AudioFilterPtr filter(new Plain);
+    filter->BeginEditing(0);
+    filter->EndEditing(0);
+    filter->SetParameterAutomated(0, 0.5f);
+    filter->SetFactoryPreset(0);
+    EXPECT_FALSE(filter->IsPresetDirty()) << "there is no parameter to change";
+    EXPECT_EQ(filter->GetParameter(0), 0.0f);
+    EXPECT_EQ(filter->GetParameterInfo(0), nullptr);
+    EXPECT_EQ(filter->GetParameterString(0), WStr());
+    std::vector<float> curve(3);
+    EXPECT_EQ(filter->GetCurveData(0, 3, curve), 0u);
+    EXPECT_TRUE(curve.empty());
+    EXPECT_EQ(filter->GetFactoryPresetIdentifier(-1) + filter->GetFactoryPresetIdentifier(0), "");
+    EXPECT_EQ(filter->Clone(), nullptr) << "the catalogue does not know it";
+    PresetList presets(1);
+    filter->GetFactoryDefaultPresets(presets);
+    EXPECT_TRUE(presets.empty());
+    filter->FinishLoadingSettings(false);  // not begun
+    EXPECT_FALSE(filter->IsLoadingSettings());
+    filter->SetCurrentDuration(3.0);
+    EXPECT_EQ(filter->GetProcessedDuration(), 3.0);
+    EXPECT_EQ(filter->GetProcessedPosition(1.5), 1.5);
+    EXPECT_EQ(filter->GetOriginalPosition(1.5), 1.5);
+    EXPECT_EQ(filter->GetMaxOutputBlockSize(512), 512);
+    EXPECT_TRUE(filter->OfflineProcessFinished());
+}
+
+TEST(AudioFilterDefaults, SettingsWithABlobThatNobodyReadsAreRefused) {
+    for (const bool hasChunk : {false, true}) {
+        const AudioFilterPtr filter(new Plain(hasChunk));
+        kracore::proplist::PropList list;
+        PresetData preset(list);
+        filter->SaveSettings(preset);
+        preset.SetName(u"Mine");
+        EXPECT_EQ(filter->LoadSettings(preset), !hasChunk);
+        EXPECT_EQ(filter->GetPresetName(), WStr(hasChunk ? u"" : u"Mine"));
+    }
 }
 
 }  // namespace
