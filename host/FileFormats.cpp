@@ -10,6 +10,7 @@
 #include "host/AudioReader.h"
 #include "host/AudioWriter.h"
 #include "host/Error.h"
+#include "host/Text.h"
 
 namespace zuc::host {
 namespace {
@@ -94,13 +95,6 @@ constexpr std::array<int, 8> kOgg8{0, 2, 1, 7, 5, 6, 3, 4};
 constexpr std::array<const int*, 9> kOggOrders{
     nullptr, nullptr, nullptr, kOgg3.data(), nullptr, kOgg5.data(), kOgg6.data(), kOgg7.data(), kOgg8.data()};
 // clang-format on
-
-std::string ToLower(std::string_view text) {
-    std::string lower(text);
-    for (char& letter : lower)
-        if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-    return lower;
-}
 
 bool HasWord(std::string_view words, std::string_view word) {
     return fmt::format(" {} ", words).find(fmt::format(" {} ", word)) != std::string::npos;

@@ -243,6 +243,9 @@ TEST(AudioFile, SaysWhatIsWrongWithAnInput) {
     WriteBytes(folder / "empty.wav", "");
     WriteBytes(folder / "letter.txt", std::string(5000, 'x'));
     WriteAudio(MakeOptions(folder / "song.wav", 1, SampleFormat::kInt16), MakeNoise(1, 100, 16));
+    std::string fast = ReadBytes(folder / "song.wav");
+    fast.replace(fast.find("fmt ") + 12, 4, std::string("\x01\xB8\x0B\0", 4));  // the rate: 768001
+    WriteBytes(folder / "fast.wav", fast);
     SF_INFO info{0, 48000, 33, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
     const std::vector<short> frame(33);
     const SoundFilePtr file(sf_open((folder / "33.wav").c_str(), SFM_WRITE, &info));
@@ -256,7 +259,8 @@ TEST(AudioFile, SaysWhatIsWrongWithAnInput) {
          {Case{"sogn.wav", "there is no file", "song.wav"},
           Case{"no/song.wav", "there is no file", "there is no folder"},
           Case{"", "is a folder", ""}, Case{"empty.wav", "is empty", ""},
-          Case{"letter.txt", "is not an audio file", ""}, Case{"33.wav", "has 33 channels", ""}}) {
+          Case{"letter.txt", "is not an audio file", ""}, Case{"33.wav", "has 33 channels", ""},
+          Case{"fast.wav", "its rate is 768001 Hz", ""}}) {
         SCOPED_TRACE(c.name);
         const Error error = Catch([&] { AudioReader::Open(folder / c.name); });
         EXPECT_EQ(error.GetCode(), ExitCode::kInput);
