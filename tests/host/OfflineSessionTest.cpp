@@ -122,7 +122,7 @@ TEST_F(OfflineSessionTest, SaysWhatWentWrong) {
     EXPECT_THAT(find(CreateForFormat(catalogue_.Find("test-delay"), 48000.0f, 2, 512)),
                 testing::HasSubstr("does not work on whole files"));
     // Two at once with one effect: the first goes on.
-    const auto filter = Make("analysis", 100.0f);
+    const auto filter = Make("analysis", 500.0f);
     OfflineSession first(filter, source, kFrames);
     EXPECT_THAT(find(filter), testing::HasSubstr("did not start"));
     int frames = 0;

@@ -10,6 +10,7 @@
 #include "host/RemixRender.h"
 #include "host/RemixReport.h"
 #include "host/RemixSearch.h"
+#include "kracore/DebugDatabase.h"
 #include "tests/host/RemixSong.h"
 
 namespace zuc::host {
@@ -228,6 +229,19 @@ TEST_F(RemixTest, SaysWhyThereIsNone) {
             EXPECT_THAT(error.what(), HasSubstr(row.message));
         }
     }
+    components::SongAnalysis still = song;
+    still.beatTimes.clear();
+    RemixRequest anywhere;
+    anywhere.endsAtEnd = false;
+    anywhere.minLoopBeats = 1;
+    EXPECT_THAT(WhatOf([&] { RemixSearch(source, still, {}, nullptr).Find(30); }),
+                testing::AllOf(HasSubstr("has no beats"), HasSubstr("--min-loop may help")));
+    EXPECT_THAT(WhatOf([&] { RemixSearch(source, still, anywhere, nullptr).Find(30); }),
+                testing::Not(HasSubstr("hint")));
+    AudioFileInfo wide;
+    wide.rateHz = kSongRateHz;
+    wide.channels = components::MusicRetarget::kMaxChannelCount + 1;
+    EXPECT_THAT(WhatOf([&] { MakeRemixEffect(wide); }), HasSubstr("does not take"));
     RemixRequest request;
     request.slackSeconds = 0;
     RemixSearch search(source, song, request, nullptr);
@@ -236,6 +250,29 @@ TEST_F(RemixTest, SaysWhyThereIsNone) {
     std::atomic<int> interrupted{2};
     RemixSearch stopped(source, song, {}, &interrupted);
     EXPECT_THROW(stopped.Find(30), Interrupted);
+}
+
+TEST_F(RemixTest, ASearchLeavesTheSettingOfLoopsAsItWas) {
+    using kracore::debug::DebugDatabase;
+    RemixSource source(path_);
+    const auto& song = source.Analyse(SongCache(""), nullptr);
+    for (const bool isSet : {false, true}) {
+        if (isSet) DebugDatabase::Set(u"Remix.AvoidLoops", u"as it was");
+        { const RemixSearch search(source, song, {}, nullptr); }
+        const auto after = DebugDatabase::Get(u"Remix.AvoidLoops");
+        EXPECT_EQ(after.has_value(), isSet);
+        if (isSet) {
+            EXPECT_EQ(*after, kracore::WStr(u"as it was"));
+        }
+    }
+    DebugDatabase::Remove(u"Remix.AvoidLoops");
+}
+
+TEST(RemixLikeness, FallsFromOneWithTheCostOfAJoin) {
+    EXPECT_EQ(GetLikeness(0), 1);
+    EXPECT_EQ(GetLikeness(-1), 1) << "no better than the same";
+    EXPECT_NEAR(GetLikeness(std::pow(0.25, 0.75)), 0.75, 1e-12) << "a cosine of 0.75";
+    EXPECT_EQ(GetLikeness(5), 0);
 }
 
 TEST_F(RemixTest, WritesTheSongItselfAndAlignedStems) {
