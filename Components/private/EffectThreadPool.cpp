@@ -231,6 +231,7 @@ private:
     std::vector<SchedulableEffect*>
         cancelled_;  // unsubscribed; entries left in the queue are skipped
     std::vector<SchedulableEffect*> inFlight_;  // taken from the queue and not yet done
+    int expected_ = 0;                          // subscribers, with those that are about to be
 };
 
 EffectThreadPool::Impl::Impl() {
@@ -251,21 +252,31 @@ EffectThreadPool::Impl::~Impl() {
 }
 
 void EffectThreadPool::Impl::Subscribe(SchedulableEffect* effect) {
-    const std::lock_guard lock(subscriptionMutex_);
-    const int subscribers = subscribed_.load() + 1;
     {
-        const std::lock_guard listLock(listMutex_);
+        const std::lock_guard lock(listMutex_);
         std::erase(cancelled_, effect);
-        MakeRoom(cancelled_, cancelled_.size() + static_cast<std::size_t>(subscribers));
+        const auto subscribers = static_cast<std::size_t>(std::max(0, expected_)) + 1;
+        MakeRoom(cancelled_, cancelled_.size() + subscribers);
+        // Each worker has one, and each subscriber may be about to start a worker.
+        MakeRoom(inFlight_, static_cast<std::size_t>(running_.load()) + subscribers);
+        ++expected_;
     }
-    if (subscribers > threads_.load() * kSubscribersPerWorker) StartWorker();
-    subscribed_.store(subscribers);
+    try {
+        const std::lock_guard lock(subscriptionMutex_);
+        if (subscribed_.load() + 1 > threads_.load() * kSubscribersPerWorker) StartWorker();
+        subscribed_.fetch_add(1);
+    } catch (...) {
+        const std::lock_guard lock(listMutex_);
+        --expected_;
+        throw;
+    }
 }
 
 void EffectThreadPool::Impl::Unsubscribe(SchedulableEffect* effect) {
     {
         const std::lock_guard lock(listMutex_);
         cancelled_.push_back(effect);
+        --expected_;
     }
     const std::lock_guard lock(subscriptionMutex_);
     WaitUntilLeft(effect);
@@ -292,10 +303,6 @@ void EffectThreadPool::Impl::WaitUntilLeft(SchedulableEffect* effect) {
 }
 
 void EffectThreadPool::Impl::StartWorker() {
-    {
-        const std::lock_guard lock(listMutex_);
-        MakeRoom(inFlight_, static_cast<std::size_t>(running_.load()) + 1);  // each worker has one
-    }
     running_.fetch_add(1);
     threads_.fetch_add(1);
     try {
