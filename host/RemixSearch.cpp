@@ -9,14 +9,12 @@
 #include "host/OfflineSession.h"
 #include "host/RenderSource.h"
 #include "host/Text.h"
-#include "kracore/DebugDatabase.h"
 
 namespace zuc::host {
 namespace {
 
 using components::MusicRetarget;
 using components::RetargetResult;
-using kracore::debug::DebugDatabase;
 
 constexpr char16_t kAvoidLoops[] = u"Remix.AvoidLoops";
 
@@ -56,10 +54,9 @@ RemixSearch::RemixSearch(RemixSource& source,
       song_(song),
       request_(request),
       interrupted_(interrupted),
-      settingBefore_(DebugDatabase::Get(kAvoidLoops)),
+      avoidsLoops_(kAvoidLoops, request.avoidsLoops ? u"true" : u"false"),
       model_(MakeRemixEffect(source.GetInfo())) {
     model_->GetRetargetData()->SetSong(std::make_shared<components::Song>(song));
-    DebugDatabase::Set(kAvoidLoops, request.avoidsLoops ? u"true" : u"false");
     // The last beat cannot be jumped to, so that the end needs two beats of room.
     const int least = static_cast<int>(std::ceil(2 * song.beatPeriodSeconds));
     if (!request_.endsAtEnd || request_.slackSeconds >= least) return;
@@ -67,13 +64,6 @@ RemixSearch::RemixSearch(RemixSource& source,
         "a slack of {} s leaves no way to the end; {} s is used, two beats of this song",
         request_.slackSeconds, least));
     request_.slackSeconds = least;
-}
-
-RemixSearch::~RemixSearch() {
-    if (settingBefore_)
-        DebugDatabase::Set(kAvoidLoops, *settingBefore_);
-    else
-        DebugDatabase::Remove(kAvoidLoops);
 }
 
 void RemixSearch::Refuse(double targetSeconds, const std::string& why) const {

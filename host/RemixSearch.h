@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 #include "host/RemixPlan.h"
 #include "host/RemixSource.h"
 #include "host/TimeRange.h"
+#include "kracore/DebugDatabase.h"
 
 namespace zuc::host {
 
@@ -41,7 +41,6 @@ public:
                 const components::SongAnalysis& song,
                 const RemixRequest& request,
                 const std::atomic<int>* interrupted);
-    ~RemixSearch();
     RemixSearch(const RemixSearch&) = delete;
     RemixSearch& operator=(const RemixSearch&) = delete;
 
@@ -67,7 +66,7 @@ private:
     const components::SongAnalysis& song_;
     RemixRequest request_;
     const std::atomic<int>* interrupted_;
-    std::optional<kracore::WStr> settingBefore_;
+    kracore::debug::ScopedDebugValue avoidsLoops_;
     boost::intrusive_ptr<components::MusicRetarget> model_;  // holds the song
     std::vector<std::string> notes_;
 };

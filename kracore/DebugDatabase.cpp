@@ -3,6 +3,7 @@
 #include <charconv>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace kracore::debug {
 namespace {
@@ -19,10 +20,10 @@ Database& GetDatabase() {
 
 }  // namespace
 
-void DebugDatabase::Set(const WStr& name, const WStr& value) {
+void DebugDatabase::Set(const WStr& name, WStr value) {
     Database& database = GetDatabase();
     const std::lock_guard lock(database.mutex);
-    database.values[name] = value;
+    database.values.insert_or_assign(name, std::move(value));
 }
 
 void DebugDatabase::Remove(const WStr& name) {
@@ -63,6 +64,18 @@ std::map<WStr, WStr> DebugDatabase::GetAll() {
     Database& database = GetDatabase();
     const std::lock_guard lock(database.mutex);
     return database.values;
+}
+
+ScopedDebugValue::ScopedDebugValue(WStr name, WStr value)
+    : name_(std::move(name)), before_(DebugDatabase::Get(name_)) {
+    DebugDatabase::Set(name_, std::move(value));
+}
+
+ScopedDebugValue::~ScopedDebugValue() {
+    if (before_)
+        DebugDatabase::Set(name_, std::move(*before_));
+    else
+        DebugDatabase::Remove(name_);
 }
 
 }  // namespace kracore::debug

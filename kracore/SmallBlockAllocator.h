@@ -8,8 +8,9 @@
 
 namespace kracore::utility {
 
-/// Process-wide pool for the many short blocks of names, labels and messages.
-/// Thread-safe; may lock and allocate, so it is never used on an audio thread. [any, may block]
+/// Where the many short blocks of names, labels and messages come from: the heap, which keeps lists of
+/// short blocks for each thread. The standard library's pools do not survive an allocation that fails.
+/// Never used on an audio thread. [any, may block]
 class ZUC_API SmallBlockAllocator {
 public:
     /// At least `bytes` bytes, aligned for every fundamental type. Throws std::bad_alloc.
@@ -17,7 +18,7 @@ public:
     /// Gives back a block of Allocate; `bytes` must be the size that was asked for.
     static void Free(void* block, std::size_t bytes) noexcept;
 
-    /// Standard allocator over the pool; all instances are equal.
+    /// Standard allocator over it; all instances are equal.
     template <class T>
     class STLAllocator {
     public:
