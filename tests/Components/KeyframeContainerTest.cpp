@@ -33,6 +33,22 @@ Keyframes Read(const KeyframeContainer& curve) {
     return {set.begin(), set.end()};
 }
 
+TEST(KeyframeContainer, TellsItsEnds) {
+    std::int64_t time = 7;
+    float value = 0.25f;
+    const auto empty = Make({});
+    EXPECT_FALSE(empty->GetFirstKeyframe(&time, &value) || empty->GetLastKeyframe(&time, &value));
+    EXPECT_EQ(time, 7);
+    EXPECT_EQ(value, 0.25f) << "untouched";
+    const auto curve = Make({{0.6f, 100}, {0.2f, -5}, {0.5f, 50}});
+    EXPECT_TRUE(curve->GetFirstKeyframe(&time, &value));
+    EXPECT_EQ(time, -5);
+    EXPECT_EQ(value, 0.2f);
+    EXPECT_TRUE(curve->GetLastKeyframe(&time, nullptr) && curve->GetLastKeyframe(nullptr, &value));
+    EXPECT_EQ(time, 100);
+    EXPECT_EQ(value, 0.6f);
+}
+
 TEST(KeyframeContainer, EvaluatesBetweenAndOutsideKeyframes) {
     struct Row {
         const char* name;

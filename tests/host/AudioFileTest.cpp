@@ -246,6 +246,7 @@ TEST(AudioFile, SaysWhatIsWrongWithAnInput) {
     std::string fast = ReadBytes(folder / "song.wav");
     fast.replace(fast.find("fmt ") + 12, 4, std::string("\x01\xB8\x0B\0", 4));  // the rate: 768001
     WriteBytes(folder / "fast.wav", fast);
+    std::filesystem::create_symlink("loop.wav", folder / "loop.wav");
     SF_INFO info{0, 48000, 33, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
     const std::vector<short> frame(33);
     const SoundFilePtr file(sf_open((folder / "33.wav").c_str(), SFM_WRITE, &info));
@@ -268,6 +269,13 @@ TEST(AudioFile, SaysWhatIsWrongWithAnInput) {
         EXPECT_FALSE(error.GetAllowed().empty());
         EXPECT_THAT(error.GetHint(), HasSubstr(c.hint));
     }
+    EXPECT_THAT(Catch([] { AudioReader::Open("/dev/ptmx"); }).GetMessage(),
+                HasSubstr("is a terminal"));
+    EXPECT_THAT(Catch([&] { AudioReader::Open(folder / "loop.wav"); }).GetMessage(),
+                HasSubstr("Too many levels of symbolic links"));
+    const auto reader = AudioReader::Open(folder / "song.wav");
+    EXPECT_THAT(Catch([&] { reader->Seek(101); }).GetMessage(),
+                HasSubstr("cannot go to frame 101"));
 }
 
 TEST(AudioFile, SaysWhatIsWrongWithAnOutput) {
@@ -294,6 +302,10 @@ TEST(AudioFile, SaysWhatIsWrongWithAnOutput) {
         EXPECT_EQ(error.GetCode(), c.code);
         EXPECT_THAT(error.GetAllowed(), HasSubstr(c.allowed));
     }
+    EXPECT_THAT(Catch([&] {
+                    AudioWriter(MakeOptions(folder / "a.ogg", 2, SampleFormat::kInt16), {});
+                }).GetMessage(),
+                HasSubstr("lossy"));
     EXPECT_THAT(folder.List(), ElementsAre());
     EXPECT_THAT(Catch([] { ParseSampleFormat("20"); }).GetAllowed(),
                 HasSubstr("8, 16, 24, 32, float"));

@@ -10,6 +10,7 @@
 #include "host/ChainProcessor.h"
 #include "host/Error.h"
 #include "host/UserPresets.h"
+#include "tests/host/AudioFileTools.h"
 
 namespace zuc::host {
 namespace {
@@ -70,6 +71,13 @@ TEST_F(AutomationTest, ReadsPoints) {
         else
             EXPECT_EQ(ParseCurvePoints(row.text), row.points) << row.text;
     }
+}
+
+TEST_F(AutomationTest, ReadsPointsFromAFile) {
+    const TestFolder folder;
+    WriteBytes(folder / "curve.csv", "0,64%\n5,20%\n");
+    EXPECT_EQ(ParseCurvePoints(" @" + (folder / "curve.csv")), ParseCurvePoints("0s=64%,5s=20%"));
+    EXPECT_THROW(ParseCurvePoints("@" + (folder / "none.csv")), Error);
 }
 
 TEST_F(AutomationTest, ReadsCsv) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "TestEffects.h"
 #include "host/Automation.h"
@@ -195,6 +196,14 @@ TEST_F(ChainProcessorTest, FindsPresetsThatThePersonSaved) {
     }
     EXPECT_EQ(presets.GetNames("test-delay").size(), 4u);
     EXPECT_THROW(presets.Save("test-delay", "  ", saved), Error);
+    std::ofstream(folder_ + "/file") << "in the way";
+    try {
+        UserPresets(folder_ + "/file").Save("test-delay", "Mine", saved);
+        ADD_FAILURE();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.GetCode(), ExitCode::kOutput);
+        EXPECT_THAT(error.GetMessage(), testing::HasSubstr("cannot be made"));
+    }
 
     const auto processor = Make({{"test-delay", "mine", {{"fade-time", "0"}}}});
     const auto parameters = GetParameters(*processor.GetFilters().front());

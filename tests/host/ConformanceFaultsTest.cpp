@@ -308,6 +308,8 @@ TEST(ConformanceFaults, EachIsFoundByItsRuleAndTheSoundEffectPasses) {
         for (const Finding& finding : RunConformanceCheck(kFaulty, check.name, options))
             ADD_FAILURE() << "found in a sound effect: " << check.name << ": " << finding.detail;
     }
+    EXPECT_EQ(RunConformanceCheck(kFaulty, "no-such", options).front().detail,
+              "there is no such check");
     for (const auto& row : rows) {
         gFault = row.fault;
         if (!GetConformanceException(kFaulty, row.check, options).empty()) continue;

@@ -162,6 +162,17 @@ TEST(Names, ChoicesOfAnyDescriptionAreNamed) {
     }
 }
 
+TEST(Names, EffectsThatCannotBeMadeAreNamed) {
+    const Effect effect{"broken", "Broken", "Broken", components::Category::kFilter,
+                        []() -> AudioFilterPtr { return nullptr; }};
+    try {
+        CreateForFormat(effect, 48000.0f, 2, 64);
+        ADD_FAILURE();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.GetMessage(), "broken cannot be created on this machine");
+    }
+}
+
 TEST(Names, UnknownParametersAreExplained) {
     const EffectCatalogue catalogue;
     const struct {

@@ -195,10 +195,34 @@ TEST(OutputFile, SaysWhyItCannotWriteAndWhatToDo) {
         }
     }
     EXPECT_THAT(folder.List(), ElementsAre());
+    OutputFile stored(fmt::format("/dev/fd/{}", pipe[1]), OutputFile::Access::kRandom);
+    stored.Append(std::string(200'000, 'x').data(), 200'000);
+    stored.WriteAt(0, "y", 1);  // goes to the store
+    EXPECT_EQ(CodeOf([&] { stored.Commit(); }), ExitCode::kOutput) << "nobody reads";
     OutputFile file(fmt::format("/dev/fd/{}", pipe[1]));
     EXPECT_EQ(CodeOf([&] { file.WriteAt(0, "x", 1); }), ExitCode::kOutput) << "has no way back";
     EXPECT_EQ(CodeOf([&] { file.Commit(); }), ExitCode::kOutput) << "after an error";
     close(pipe[1]);
+}
+
+TEST(OutputFile, StoresStreamsOrSaysWhyNot) {
+    const FileDescriptor folder(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(CodeOf([&] { SpoolToTemporary(folder.Get(), "folder"); }), ExitCode::kInput);
+    for (const bool fits : {true, false}) {
+        int pipe[2];
+        ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+        const FileDescriptor in(pipe[0]);
+        EXPECT_EQ(write(pipe[1], "0123456789", 10), 10);
+        close(pipe[1]);
+        const FileSizeLimit limit(fits ? 10 : 5);
+        const auto spool = [&] {
+            const FileDescriptor file = SpoolToTemporary(in.Get(), "pipe");
+            char bytes[11] = {};
+            EXPECT_EQ(read(file.Get(), bytes, 11), 10);
+            EXPECT_STREQ(bytes, "0123456789");
+        };
+        EXPECT_EQ(CodeOf(spool), fits ? ExitCode::kDone : ExitCode::kOutput);
+    }
 }
 
 /// A pipe, read to its end in the background.

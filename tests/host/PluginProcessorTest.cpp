@@ -184,6 +184,8 @@ TEST_F(PluginProcessorTest, SwitchingTheSideChainOnKeepsTheControls) {
         SetControls(processor, values);
         processor.SetSideChainUsed(true);
         SetControls(processor, values);
+        processor.Stop();
+        processor.Start();
         EXPECT_EQ(DescribeDifference(Render(processor, run, in, &side),
                                      RenderEffect(info, values, in, &side)),
                   "");

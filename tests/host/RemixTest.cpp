@@ -374,6 +374,12 @@ TEST_F(RemixTest, DrawsAndReportsWithoutANetwork) {
     EXPECT_EQ(count("class=\"join\""), plan.GetJoinCount());
     EXPECT_EQ(count("src=\"data:audio/wav;base64,UklGR"), plan.GetJoinCount());
     EXPECT_EQ(count("http"), 2u) << "the policy and the name of SVG's namespace";
+    const RemixPicture picture(plan, source.GetAudio(), remix, {}, "a title");
+    for (const auto& [name, begin] : {std::pair{"a.svg", "<svg"}, std::pair{"a.png", "\x89PNG"}}) {
+        picture.Save(folder_ / name);
+        EXPECT_EQ(ReadBytes(folder_ / name).compare(0, 4, begin), 0) << name;
+    }
+    EXPECT_THAT(WhatOf([&] { picture.Save(folder_ / "a.gif"); }), HasSubstr("kind of picture"));
     const auto previews = WritePreviews(plan, remix, folder_ / "joins");
     ASSERT_EQ(previews.size(), plan.GetJoinCount());
     EXPECT_NEAR(static_cast<double>(ReadAudio(previews[0])[0].size()) / kSongRateHz, 8, 4.001);

@@ -284,6 +284,7 @@ TEST_F(RenderTest, ReportsWhatAPersonShouldKnow) {
     audio[1][11] = std::numeric_limits<float>::quiet_NaN();
     AudioMetadata metadata;
     metadata.cues = {{100, "early"}, {960, "kept"}, {4000, "late"}};
+    metadata.instrument.emplace().loops = {{{}, 100, 900}, {{}, 960, 1440}, {{}, 1000, 4000}};
     WriteInput(audio, SampleFormat::kFloat32, metadata);
 
     RenderReport report = Render({{"endless", "", {}}});
@@ -294,9 +295,14 @@ TEST_F(RenderTest, ReportsWhatAPersonShouldKnow) {
     options_.range = {0.01, 0.05};
     report = Render({}, 512, 24000);
     EXPECT_EQ(report.framesIn, 1920);
-    const auto cues = AudioReader::Open(Path("out.wav"))->GetMetadata().cues;
+    const AudioMetadata moved = AudioReader::Open(Path("out.wav"))->GetMetadata();
+    const auto& cues = moved.cues;
     ASSERT_EQ(cues.size(), 1u) << "marks outside of the range are gone";
     EXPECT_EQ(cues[0].frame, 240) << "the others count from its start, at the new rate";
+    ASSERT_TRUE(moved.instrument);
+    ASSERT_EQ(moved.instrument->loops.size(), 1u) << "so are loops that do not lie within it";
+    EXPECT_EQ(moved.instrument->loops[0].startFrame, 240);
+    EXPECT_EQ(moved.instrument->loops[0].endFrame, 480);
 }
 
 class OfflineRenderTest : public RenderTest {

@@ -26,6 +26,9 @@ public:
             for (int i = 0; i < frames; ++i) out[c][i] = 2.0f * in[c][i];
     }
     int GetParameterCount() const override { return 2; }
+    AudioFilterParameterInfoPtr GetParameterInfo(int) const override {
+        return new AudioFilterParameterInfo(u"Amount", u"", AudioFilterParameterInfoUnit::kGeneric);
+    }
     int GetNumFactoryPresets() const override { return 1; }
     WStr GetFactoryPresetName(int) const override { return u"Loud"; }
     void SetFactoryPreset(int) override { SetParameterAutomated(0, 1.0f); }
@@ -72,6 +75,7 @@ TEST_F(AudioFilterTest, TellsTheHostOfChanges) {
     EXPECT_EQ(listener_.log, "begin 0;set 0 0.25;end 0;");
     EXPECT_EQ(filter_->GetParameter(0), 0.25f);
     EXPECT_EQ(filter_->GetParameter(1), 0.5f);
+    EXPECT_EQ(filter_->GetParameterString(1), WStr(u"0.5"));
     EXPECT_TRUE(filter_->IsPresetDirty());
 }
 
@@ -156,6 +160,8 @@ TEST_F(AudioFilterTest, ProcessesThroughChannelMaps) {
     filter_->SetUseChannelMaps(true);
     filter_->ProcessWithMapping(pointers.data(), pointers.data(), 3, {}, flags);
     EXPECT_EQ(buffers[0], (std::vector<float>{200, 400, 600}));
+    EXPECT_EQ(filter_->GetChannelMap(ChannelMapDirection::kInput), (ChannelMap{2, 0}));
+    EXPECT_EQ(filter_->GetChannelMap(ChannelMapDirection::kOutput), (ChannelMap{0, 2}));
     EXPECT_EQ(buffers[2], (std::vector<float>{4, 8, 12}));
     EXPECT_EQ(buffers[1], (std::vector<float>{20, 40, 60})) << "an unmapped channel passes";
 
