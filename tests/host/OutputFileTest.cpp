@@ -185,8 +185,8 @@ TEST(OutputFile, SaysWhyItCannotWriteAndWhatToDo) {
         {folder / "long", "File too large", "limit"},
     };
     for (const auto& row : rows) {
-        const FileSizeLimit limit(100);
         try {
+            const FileSizeLimit limit(100);
             WriteFileAtomically(row.path, std::string(101, 'x'));
             ADD_FAILURE() << row.path;
         } catch (const Error& error) {
