@@ -3,9 +3,6 @@
 namespace kracore::utility {
 
 void* SmallBlockAllocator::Allocate(std::size_t bytes) { return ::operator new(bytes); }
-
-void SmallBlockAllocator::Free(void* block, std::size_t bytes) noexcept {
-    ::operator delete(block, bytes);
-}
+void SmallBlockAllocator::Free(void* block, std::size_t) noexcept { ::operator delete(block); }
 
 }  // namespace kracore::utility
