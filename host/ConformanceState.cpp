@@ -140,6 +140,7 @@ namespace {
 
 /// While it lives a comma marks the decimals and a point the thousands, for C++ and, where the system
 /// has such a locale, for C. Of the whole process, as hosts with windows set it.
+// NOLINTBEGIN(concurrency-mt-unsafe): that is what is tried here
 class CommaLocale {
 public:
     CommaLocale() {
@@ -162,6 +163,7 @@ private:
     std::string name_ = std::setlocale(LC_ALL, nullptr);
     std::locale previous_ = std::locale::global(std::locale(std::locale(), new Comma));
 };
+// NOLINTEND(concurrency-mt-unsafe)
 
 std::string SaveAsText(kraaudiofilterhost::AudioFilter& filter) {
     kracore::proplist::PropList list;

@@ -146,11 +146,11 @@ void CheckInstances(Run& run) {
 
 namespace {
 
-constexpr std::size_t kMinuteFrames = 48000 * 60;
+constexpr std::size_t kMinuteFrames = std::size_t{48000} * 60;
 
 /// A programme of a minute, over and over: phrases at four levels, and pauses.
 Signal MakeProgramme(const Run& run) {
-    constexpr std::size_t kPhraseFrames = 48000 * 3;
+    constexpr std::size_t kPhraseFrames = std::size_t{48000} * 3;
     constexpr std::array kLevels{1.0f, 0.05f, 0.3f, 0.0f};
     Signal programme = Noise(run, 2, kMinuteFrames);
     for (auto& channel : programme)
